@@ -1,0 +1,8 @@
+// The Microsoft pipeline: scan, selection and download.
+#pragma once
+
+namespace kpm {
+
+void Scan_Deploy();
+
+}  // namespace kpm

@@ -1,0 +1,37 @@
+#include "platform/host.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace platform {
+
+namespace {
+Host* g_host = nullptr;
+}
+
+Host& host() {
+    if (!g_host) {
+        std::fputs("KPMDwld: no platform binding installed\n", stderr);
+        std::abort();
+    }
+    return *g_host;
+}
+
+void setHost(Host* h) { g_host = h; }
+
+RegValue RegValue::string(std::string_view s) {
+    RegValue v;
+    v.type = regtype::String;
+    v.data.assign(s.begin(), s.end());
+    v.data.push_back(0);
+    return v;
+}
+
+RegValue RegValue::dword(uint32_t x) {
+    RegValue v;
+    v.type = regtype::Dword;
+    for (int i = 0; i < 4; ++i) v.data.push_back(static_cast<uint8_t>(x >> (8 * i)));
+    return v;
+}
+
+}  // namespace platform

@@ -1,0 +1,51 @@
+// machine.ini: the facts of the simulated machine other than its registry
+// and files. docs/simulated-machine.md lists every key.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/datetime.h"
+#include "platform/system.h"
+
+namespace platform::sim {
+
+struct DriveSpace {
+    uint64_t total = 0;
+    uint64_t free = 0;
+};
+
+// What [Classes] says of a ProgID (or of "winmgmts", "KEncDec").
+enum class ClassState { Normal, Missing, BadModule };
+
+struct MachineConfig {
+    std::string exePath;  // Windows path
+    std::string computerName = "SIMPC";
+    std::optional<DateTime> now;
+    bool is64BitOS = true;
+    std::string systemDirectory = "C:\\WINDOWS\\system32";
+
+    std::string shortDate = "M/d/yyyy";
+    std::string longTime = "h:mm:ss tt";
+    std::string amDesignator = "AM";
+    std::string pmDesignator = "PM";
+
+    OsVersion os;
+    std::string osCaption = "Microsoft Windows 7 Professional";
+    uint32_t wmiServicePackMajor = 1;
+
+    std::vector<std::string> processes;   // captions, in file order
+    std::map<char, DriveSpace> drives;    // drive letter (upper case) -> space
+    std::map<std::string, ClassState> classes;  // key: ProgID in lower case
+
+    ClassState classState(const std::string& progId) const;
+};
+
+// Reads <folder>/machine.ini; throws MachineError naming the file and line.
+MachineConfig loadMachineConfig(const std::filesystem::path& iniFile);
+
+}  // namespace platform::sim

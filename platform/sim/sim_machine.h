@@ -1,0 +1,57 @@
+// A simulated Windows machine whose state lives in a folder on disk:
+//   registry.reg   the registry, in the .reg export format (written back on change)
+//   machine.ini    everything else the pass reads from the machine
+//   drives/C/...   one folder per drive letter: the computer's files
+// See docs/simulated-machine.md for the format.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "platform/host.h"
+
+namespace platform::sim {
+
+// A machine folder that cannot be used; what() is one line saying why.
+class MachineError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct OpenOptions {
+    std::optional<DateTime> now;  // start of the clock; else machine.ini's
+    bool frozenClock = false;     // the clock moves only with sleeps (tests)
+};
+
+class SimMachine : public Host {
+public:
+    // Loads the folder; throws MachineError.
+    static std::unique_ptr<SimMachine> open(const std::filesystem::path& folder,
+                                            const OpenOptions& options = {});
+    ~SimMachine() override;
+
+    const std::filesystem::path& folder() const;
+    // Where a Windows path ("C:\X\y.txt") lives in the machine folder; throws
+    // MachineError for an unknown drive.
+    std::filesystem::path hostPath(std::string_view windowsPath) const;
+
+    Registry& registry() override;
+    Profile& profile() override;
+    FileSystem& files() override;
+    Clock& clock() override;
+    System& system() override;
+    Automation& automation() override;
+    MakerLibraries& maker() override;
+
+    struct Impl;
+
+private:
+    explicit SimMachine(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace platform::sim

@@ -1,0 +1,43 @@
+// The simulated machine's "MSXML2.DOMDocument": an MSXML 3.0-like DOM over
+// pugixml, reached only through late binding (platform::Object).
+//
+// What it keeps of MSXML's node model, because the program's readers depend on it:
+//  - Load(path) reads a Windows path through the machine's FileSystem, loadXML(text)
+//    parses a text; both return True/False and a failed parse leaves an empty
+//    document (childNodes.length = 0), never an exception;
+//  - whitespace-only text is dropped (preserveWhiteSpace False); comments, processing
+//    instructions and the <?xml ?> declaration are child nodes like elements;
+//  - collections (childNodes, attributes, getElementsByTagName, selectNodes) have
+//    length, item(i) and For Each; item outside the collection is Nothing, and any
+//    member read on Nothing raises error 91;
+//  - attributes are in document order; non-elements have no attributes (Nothing),
+//    except the declaration, whose pseudo-attributes MSXML also exposes;
+//  - nodeValue is Null for elements and the document; nodeTypedValue and text of an
+//    element are its concatenated descendant text;
+//  - selectSingleNode / selectNodes take XPath (Nothing / empty list when nothing
+//    matches; a malformed expression raises an error).
+// Texts are byte strings passed through as they are (the program's ANSI text).
+#pragma once
+
+#include <memory>
+
+#include "platform/automation.h"
+#include "platform/files.h"
+
+namespace platform::sim {
+
+// A new, empty document. `files` must outlive it (Load reads through it).
+std::shared_ptr<Dispatch> createDomDocument(FileSystem& files);
+
+// MSXML's nodeType numbers.
+namespace xmlnode {
+constexpr int Element = 1;
+constexpr int Attribute = 2;
+constexpr int Text = 3;
+constexpr int CData = 4;
+constexpr int ProcessingInstruction = 7;
+constexpr int Comment = 8;
+constexpr int Document = 9;
+}  // namespace xmlnode
+
+}  // namespace platform::sim

@@ -1,0 +1,8 @@
+// The third-party pipeline.
+#pragma once
+
+namespace kpm {
+
+void ScanTpmUpdates();
+
+}  // namespace kpm
