@@ -157,7 +157,7 @@ void InitializeEXE() {
         // An unregistered or half-installed agent goes no further.
         if (a.RegID.empty() || a.SiteID.empty() || a.MemberID.empty() || a.AgentType.empty() ||
             !platform::files().folderExists(a.InstallPath))
-            platform::sys().endProcess(0);
+            platform::endProcess(0);
 
         if (a.InstallPath.empty() || a.InstallPath.back() != '\\') a.InstallPath += '\\';
 

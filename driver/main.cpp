@@ -102,11 +102,11 @@ void subWriteDownloadURL(const std::string& line) {
 void Main() {
     try {
         // A copy already running holds the executable's mutex: leave without a trace.
-        if (!platform::sys().acquireSingleInstance(AppExeName())) platform::sys().endProcess(0);
+        if (!platform::sys().acquireSingleInstance(AppExeName())) platform::endProcess(0);
 
         OpenW3CLog();
         WriteW3CLog("modMain", "Main", "INFO", ProgramVersion());
-        if (AlreadyRunning()) platform::sys().endProcess(0);
+        if (AlreadyRunning()) platform::endProcess(0);
 
         InitializeEXE();
         Create_Data_Log_Files();
@@ -176,7 +176,7 @@ void CloseAll() {
     resumeNext([] { subDeleteTempFiles(); });
     WriteW3CLog("ModComman", "CloseAll", "INFO", "Application stopped.");
     runState.DownloadURLOpen = false;
-    platform::sys().endProcess(0);
+    platform::endProcess(0);
 }
 
 void subDeleteFile(const std::string& path) {

@@ -34,7 +34,7 @@ bool OpenW3CLog() {
         // Without a registration there is nothing to log against: the pass
         // ends here, before a single line is written.
         path = AppPath() + "\\wppatchmanagementDownload_RegIDNotFound_patchlog.log";
-        platform::sys().endProcess(0);
+        platform::endProcess(0);
     }
 
     if (fs.fileExists(path) && static_cast<double>(fs.fileSize(path)) / 1000.0 > kLogSizeLimitKB) {

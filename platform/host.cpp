@@ -19,6 +19,11 @@ Host& host() {
 
 void setHost(Host* h) { g_host = h; }
 
+void endProcess(int exitCode) {
+    host().system().endProcess(exitCode);
+    throw ProcessEnd{exitCode};  // a binding that returned anyway still ends the pass
+}
+
 RegValue RegValue::string(std::string_view s) {
     RegValue v;
     v.type = regtype::String;

@@ -37,4 +37,7 @@ inline System& sys() { return host().system(); }
 inline Automation& automation() { return host().automation(); }
 inline MakerLibraries& maker() { return host().maker(); }
 
+// Ends the pass through the installed binding; never returns.
+[[noreturn]] void endProcess(int exitCode);
+
 }  // namespace platform

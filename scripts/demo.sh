@@ -30,6 +30,11 @@ if [ -n "$log" ]; then
 else
     echo "== No activity log was written."
 fi
+sch=$(find "$machine/drives" -iname 'SchPatch.ini' | head -n 1)
+if [ -n "$sch" ]; then
+    echo "== Schedule record: ${sch#"$machine"/}"
+    tr -d '\r' < "$sch"
+fi
 if [ -f "$machine/update-services.ini" ]; then
     echo "== Microsoft Update registration recorded by the stand-in"
     tr -d '\r' < "$machine/update-services.ini"

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <charconv>
 #include <fstream>
+#include <limits>
 #include <sstream>
 
 #include "platform/automation.h"
@@ -22,7 +23,7 @@ std::string lower(std::string s) {
 // The reader for one file: knows the line of every entry for its messages.
 class Reader {
 public:
-    Reader(const std::filesystem::path& file, std::string text) : text_(std::move(text)) {
+    explicit Reader(std::string text) : text_(std::move(text)) {
         std::string section;
         size_t number = 0;
         for (const IniLine& l : scanIni(text_)) {
@@ -43,7 +44,6 @@ public:
                                  "\"");
             }
         }
-        (void)file;
     }
 
     struct Entry {
@@ -109,7 +109,7 @@ MachineConfig loadMachineConfig(const std::filesystem::path& iniFile) {
     std::ostringstream buf;
     buf << in.rdbuf();
     if (!in) throw MachineError("machine.ini cannot be read: " + iniFile.string());
-    Reader r(iniFile, buf.str());
+    Reader r(buf.str());
 
     MachineConfig c;
     r.text("Machine", "ExePath", c.exePath);

@@ -4,8 +4,9 @@ namespace platform::sim {
 
 std::string_view trimBlanks(std::string_view s) {
     size_t b = 0, e = s.size();
-    while (b < e && (s[b] == ' ' || s[b] == '\t')) ++b;
-    while (e > b && (s[e - 1] == ' ' || s[e - 1] == '\t')) --e;
+    auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\v'; };
+    while (b < e && blank(s[b])) ++b;
+    while (e > b && blank(s[e - 1])) --e;
     return s.substr(b, e - b);
 }
 
@@ -33,13 +34,10 @@ std::vector<IniLine> scanIni(std::string_view text) {
         } else if (t.front() == ';') {
             line.kind = IniLine::Kind::Comment;
         } else if (t.front() == '[') {
+            // The name ends at the first ']', or at the line end without one.
             size_t close = t.find(']');
-            if (close == std::string_view::npos) {
-                line.kind = IniLine::Kind::Other;
-            } else {
-                line.kind = IniLine::Kind::Section;
-                line.name = trimBlanks(t.substr(1, close - 1));
-            }
+            line.kind = IniLine::Kind::Section;
+            line.name = trimBlanks(t.substr(1, close == std::string_view::npos ? close : close - 1));
         } else if (size_t eq = t.find('='); eq != std::string_view::npos) {
             line.kind = IniLine::Kind::Key;
             line.name = trimBlanks(t.substr(0, eq));

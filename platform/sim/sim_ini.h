@@ -18,10 +18,11 @@ struct IniLine {
 };
 
 // Splits text at LF (a CR before it belongs to the line end). A section line
-// is "[name]" (blanks around allowed); a key line has '='; ';' starts a comment.
+// starts with '[' and its name ends at the first ']' (or the line end); a key
+// line has '='; ';' starts a comment. Blanks around names and values go.
 std::vector<IniLine> scanIni(std::string_view text);
 
-// Blanks are spaces and tabs, as the profile calls trim them.
+// Blanks are spaces, tabs and vertical tabs, as the profile calls trim them.
 std::string_view trimBlanks(std::string_view s);
 
 // One pair of matching enclosing quotes (single or double) removed.

@@ -11,10 +11,15 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/host.h"
 
 namespace platform::sim {
+
+struct MachineConfig;
+class SimAutomation;
+class SimFiles;
 
 // A machine folder that cannot be used; what() is one line saying why.
 class MachineError : public std::runtime_error {
@@ -46,6 +51,15 @@ public:
     System& system() override;
     Automation& automation() override;
     MakerLibraries& maker() override;
+
+    // The sim's own faces of its parts, for tests and for registering more
+    // stand-in classes (simAutomation().registerClass(...)).
+    SimAutomation& simAutomation();
+    SimFiles& simFiles();
+    const MachineConfig& config() const;
+    // What WMI lists as running: machine.ini [Processes], then the
+    // executable itself (the file name of ExePath).
+    std::vector<std::string> processes() const;
 
     struct Impl;
 

@@ -56,6 +56,7 @@ private:
     };
 
     Key* lastKey(Hive hive, const std::vector<std::string>& path);
+    Key& appendKey(Hive hive, const std::vector<std::string>& path);
     std::string renderValue(const Value& v) const;
     std::string renderHeader(const Key& k) const;
 

@@ -12,7 +12,12 @@ namespace platform::sim {
 
 namespace {
 
-using DocPtr = std::shared_ptr<pugi::xml_document>;
+// One parsed tree and the document setting that shapes its texts.
+struct Tree {
+    pugi::xml_document doc;
+    bool preserveWhiteSpace = false;
+};
+using DocPtr = std::shared_ptr<Tree>;
 
 // MSXML's E_FAIL, which it raises for a malformed XPath expression.
 constexpr int32_t kXmlFail = static_cast<int32_t>(0x80004005);
@@ -52,16 +57,51 @@ std::string prefixPart(const char* qname) {
     return colon == std::string::npos ? std::string() : n.substr(0, colon);
 }
 
-// Concatenated text and CDATA below a node, in document order.
-void collectText(pugi::xml_node n, std::string& out) {
-    for (pugi::xml_node c = n.first_child(); c; c = c.next_sibling()) {
-        switch (c.type()) {
-        case pugi::node_pcdata:
-        case pugi::node_cdata: out += c.value(); break;
-        case pugi::node_element: collectText(c, out); break;
-        default: break;
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+std::string trimBlanks(const std::string& s) {
+    size_t b = 0, e = s.size();
+    while (b < e && isBlank(s[b])) ++b;
+    while (e > b && isBlank(s[e - 1])) --e;
+    return s.substr(b, e - b);
+}
+
+// xml:space="preserve" on the node or an ancestor keeps its blanks.
+bool spacePreserved(pugi::xml_node n) {
+    for (; n; n = n.parent())
+        if (std::string(n.attribute("xml:space").value()) == "preserve") return true;
+    return false;
+}
+
+// MSXML's text of a node: the text and CDATA below it in document order; two
+// element children in a row are joined with a blank; unless white space is
+// preserved, the text of an element, a text node or the document loses its
+// leading and trailing blanks (at every level).
+std::string nodeText(pugi::xml_node n, bool preserveAll) {
+    std::string out;
+    if (n.type() == pugi::node_pcdata || n.type() == pugi::node_cdata) {
+        out = n.value();
+    } else {
+        bool previousWasElement = false;
+        for (pugi::xml_node c = n.first_child(); c; c = c.next_sibling()) {
+            std::string part;
+            switch (c.type()) {
+            case pugi::node_element: part = nodeText(c, preserveAll); break;
+            case pugi::node_pcdata:
+            case pugi::node_cdata: part = c.value(); break;
+            default: continue;
+            }
+            if (part.empty()) continue;
+            const bool isElement = c.type() == pugi::node_element;
+            if (previousWasElement && isElement) out += ' ';
+            out += part;
+            previousWasElement = isElement;
         }
     }
+    const bool trims = n.type() == pugi::node_element || n.type() == pugi::node_pcdata ||
+                       n.type() == pugi::node_document;
+    if (trims && !preserveAll && !spacePreserved(n)) out = trimBlanks(out);
+    return out;
 }
 
 std::string declarationValue(pugi::xml_node decl) {
@@ -238,13 +278,9 @@ protected:
             }
         }
         if (m == "nodetypedvalue" || m == "text") {
-            if (t == pugi::node_document || t == pugi::node_element) {
-                std::string s;
-                collectText(node_, s);
-                return s;
-            }
             if (t == pugi::node_declaration) return declarationValue(node_);
-            return node_.value();
+            if (t == pugi::node_comment || t == pugi::node_pi) return node_.value();
+            return nodeText(node_, doc_->preserveWhiteSpace);
         }
         if (m == "xml") {
             if (t == pugi::node_document) {
@@ -361,8 +397,8 @@ protected:
 // every Load / loadXML. Nodes handed out earlier keep their old tree alive.
 class Document : public Node {
 public:
-    explicit Document(FileSystem& files) : Node(std::make_shared<pugi::xml_document>(), {}), files_(files) {
-        node_ = *doc_;
+    explicit Document(FileSystem& files) : Node(std::make_shared<Tree>(), {}), files_(files) {
+        node_ = doc_->doc;
     }
 
     Variant invoke(std::string_view member, CallKind kind, std::span<Arg> args) override {
@@ -391,7 +427,7 @@ public:
             needArgs(args, 1);
             return parse(args[0].value.toString());
         }
-        if (m == "documentelement") return wrapNode(doc_, doc_->document_element());
+        if (m == "documentelement") return wrapNode(doc_, doc_->doc.document_element());
         if (m == "parseerror") return Variant(std::make_shared<ParseError>(errorCode_, reason_, filepos_));
         if (m == "async") return async_;
         if (m == "preservewhitespace") return preserveWhiteSpace_;
@@ -410,10 +446,14 @@ private:
     bool parse(std::string text) {
         // A UTF-8 byte order mark is not content.
         if (text.size() >= 3 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
+        // As a fragment, so that text outside the document element shows and
+        // can be refused below.
         unsigned options = pugi::parse_default | pugi::parse_comments | pugi::parse_pi |
-                           pugi::parse_declaration;
+                           pugi::parse_declaration | pugi::parse_fragment;
         if (preserveWhiteSpace_) options |= pugi::parse_ws_pcdata;
-        auto doc = std::make_shared<pugi::xml_document>();
+        auto tree = std::make_shared<Tree>();
+        tree->preserveWhiteSpace = preserveWhiteSpace_;
+        pugi::xml_document* doc = &tree->doc;
         pugi::xml_parse_result r = doc->load_buffer(text.data(), text.size(), options, pugi::encoding_utf8);
         if (!r) {
             clear(kParseFailed, r.description(), static_cast<long>(r.offset));
@@ -454,8 +494,8 @@ private:
             return false;
         }
         for (pugi::xml_node b : blank) doc->remove_child(b);
-        doc_ = std::move(doc);
-        node_ = *doc_;
+        doc_ = std::move(tree);
+        node_ = doc_->doc;
         errorCode_ = 0;
         reason_.clear();
         filepos_ = 0;
@@ -463,8 +503,9 @@ private:
     }
 
     void clear(int32_t code, std::string reason, long filepos) {
-        doc_ = std::make_shared<pugi::xml_document>();
-        node_ = *doc_;
+        doc_ = std::make_shared<Tree>();
+        doc_->preserveWhiteSpace = preserveWhiteSpace_;
+        node_ = doc_->doc;
         errorCode_ = code;
         reason_ = std::move(reason);
         filepos_ = filepos;

@@ -13,7 +13,10 @@
 //  - attributes are in document order; non-elements have no attributes (Nothing),
 //    except the declaration, whose pseudo-attributes MSXML also exposes;
 //  - nodeValue is Null for elements and the document; nodeTypedValue and text of an
-//    element are its concatenated descendant text;
+//    element are its concatenated descendant text (two element children in a row
+//    joined by a blank), without leading and trailing white space unless
+//    preserveWhiteSpace or xml:space="preserve" says otherwise; an attribute's
+//    nodeValue and nodeTypedValue are its value as written;
 //  - selectSingleNode / selectNodes take XPath (Nothing / empty list when nothing
 //    matches; a malformed expression raises an error).
 // Texts are byte strings passed through as they are (the program's ANSI text).

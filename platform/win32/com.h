@@ -38,7 +38,7 @@ ComError errorFromHresult(HRESULT hr, EXCEPINFO* ei = nullptr);
 void fillExcepInfo(const ComError& e, EXCEPINFO& ei);
 
 // Client side: an IDispatch as a platform::Dispatch (null stays null). An
-// adapter created by toVariant is unwrapped to the object it carries.
+// adapter of this module (see newDispatchAdapter) is unwrapped to the object it carries.
 std::shared_ptr<Dispatch> wrapDispatch(IDispatch* d);
 
 // Server side: a new IDispatch (one reference, the caller's) over `d`.

@@ -53,7 +53,8 @@ TEST(Pass, SecondPassAppendsWithoutASecondHeader) {
     auto lines = m.logLines();
     int headers = 0;
     for (const auto& l : lines) headers += l.rfind("#", 0) == 0;
-    EXPECT_EQ(headers, 4);
+    ASSERT_EQ(headers, 4);
+    ASSERT_GT(lines.size(), first);
     EXPECT_EQ(lines[2], std::string("#Date: ") + kStamp);  // when the file was started
     EXPECT_EQ(lines[first], "11/16/2026 8:00:00 AM\tmodMain\tMain\tINFO\t5.0.19\t\t\t");
 }
@@ -157,8 +158,8 @@ TEST(Pass, AFailingStepGoesToTheHandlerAndStillClosesDown) {
     EXPECT_EQ(trap[1], "ModMain");
     EXPECT_EQ(trap[3], "ERROR");
     EXPECT_EQ(trap[4], "In Main.");
-    EXPECT_EQ(trap[5], "70");
-    EXPECT_EQ(trap[6], "Permission denied");
+    EXPECT_EQ(trap[5], "75");
+    EXPECT_EQ(trap[6], "Path/File access error");
 }
 
 TEST(Pass, NormalEndRemovesTheTempFolder) {

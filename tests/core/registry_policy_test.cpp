@@ -124,9 +124,8 @@ TEST(MicrosoftUpdateRegistration, PendingKeysOnVistaAnd2008Only) {
         {"Microsoft Windows 7 Professional", false},
     };
     const std::string pendingKey =
-        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Wow6432Node\\Microsoft\\Windows\\CurrentVersion\\WindowsUpdate\\"
-        "PendingServiceRegistration\\7971f918-a847-4430-9279-4a52d1efe18d]\r\n"
-        "\"ClientApplicationID\"=\"My App\"\r\n\"RegisterWithAU\"=\"1\"\r\n";
+        "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\WindowsUpdate\\PendingServiceRegistration\\"
+        "7971f918-a847-4430-9279-4a52d1efe18d";
     for (const auto& c : cases) {
         SCOPED_TRACE(c.caption);
         TestMachine m;
@@ -134,8 +133,26 @@ TEST(MicrosoftUpdateRegistration, PendingKeysOnVistaAnd2008Only) {
         kpm::OpenW3CLog();
         kpm::environment.OSName = c.caption;
         kpm::subWUMSSwitch();
+        // Written through the 32-bit view, as strings without a terminating zero.
+        std::unique_ptr<platform::RegKey> key;
+        bool written = platform::registry().openKey(platform::Hive::LocalMachine, pendingKey,
+                                                    platform::regaccess::Read, platform::RegView::Default,
+                                                    key) == platform::regerr::Success;
+        EXPECT_EQ(written, c.pending);
+        if (written) {
+            platform::RegValue id, au;
+            ASSERT_EQ(key->queryValue("ClientApplicationID", id), platform::regerr::Success);
+            ASSERT_EQ(key->queryValue("RegisterWithAU", au), platform::regerr::Success);
+            EXPECT_EQ(id.type, platform::regtype::String);
+            EXPECT_EQ(std::string(id.data.begin(), id.data.end()), "My App");
+            EXPECT_EQ(std::string(au.data.begin(), au.data.end()), "1");
+            key.reset();
+            std::unique_ptr<platform::RegKey> view64;
+            EXPECT_NE(platform::registry().openKey(platform::Hive::LocalMachine, pendingKey, platform::regaccess::Read,
+                                                   platform::RegView::View64, view64),
+                      platform::regerr::Success);
+        }
         m.close();
-        EXPECT_EQ(contains(m.registryText(), pendingKey), c.pending) << m.registryText();
         auto log = m.logMessages();
         EXPECT_EQ(log.back(), "ModMSUpdate|subWUMSSwitch|INFO|Updating Values to Registry for Microsoft Update.|||");
         EXPECT_EQ(log.size(), c.pending ? 3u : 1u);

@@ -9,6 +9,7 @@
 
 #include "driver/main.h"
 #include "platform/host.h"
+#include "standins/cipher.h"
 
 namespace kpmtest {
 
@@ -64,6 +65,25 @@ const char* kAgentIni =
 
 }  // namespace
 
+const char* const kWebPostConfig =
+    "<?xml version=\"1.0\"?>\r\n"
+    "<wpconfig>\r\n"
+    "  <fod name=\"NDATAPOST\">\r\n"
+    "    <PR4>\r\n"
+    "      <doc key=\"wppthdwldinfo\" ext=\"asp\" root=\"wppthdwldinfo\" x=\"\" https=\"0\" p1=\"127.0.0.1:18080\" "
+    "s1=\"127.0.0.1:18081\" pair=\"0\" p2=\"\" s2=\"\" enc=\"0\"/>\r\n"
+    "      <doc key=\"wppthmsbbllist\" ext=\"asp\" root=\"wppthmsbbllist\" x=\"\" https=\"0\" p1=\"127.0.0.1:18080\" "
+    "s1=\"127.0.0.1:18081\" pair=\"0\" p2=\"\" s2=\"\" enc=\"0\"/>\r\n"
+    "    </PR4>\r\n"
+    "  </fod>\r\n"
+    "</wpconfig>\r\n";
+
+void TestMachine::writeWebPostConfig(const std::string& plainXml) {
+    std::string text = plainXml;
+    standins::cipherEncrypt(text, text.size());
+    writeFile(std::string(kInstallPath) + "Configuration\\wpConfig.xml", text);
+}
+
 std::string TestMachine::agentRegistry(const std::string& extraValues) {
     return "Windows Registry Editor Version 5.00\r\n\r\n"
            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Wow6432Node\\VORNOD]\r\n"
@@ -89,6 +109,7 @@ TestMachine::TestMachine(bool bare) {
     setRegistry(agentRegistry());
     makeFolder(kProgramFolder);
     writeFile(std::string(kInstallPath) + "VORNMobile.ini", kAgentIni);
+    writeWebPostConfig(kWebPostConfig);
 }
 
 TestMachine::~TestMachine() {

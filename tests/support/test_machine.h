@@ -22,7 +22,11 @@ inline constexpr const char* kLogPath =
     "C:\\Program Files\\VORN\\VORNMobile\\BaseComponents\\PatchManagement\\ApplicationLog\\"
     "wppatchmanagementDownload_R1_patchlog.log";
 
-platform::DateTime at(const char* iso);  // "2026-11-15T16:10:00"
+platform::DateTime at(const char* iso);
+
+// The web-post configuration every test agent gets: both document kinds
+// posted to 127.0.0.1:18080, secondary 127.0.0.1:18081.
+extern const char* const kWebPostConfig;  // "2026-11-15T16:10:00"
 
 class TestMachine {
 public:
@@ -41,6 +45,9 @@ public:
     void writeFile(const std::string& windowsPath, const std::string& content);
     void makeFolder(const std::string& windowsPath);
     void removeFile(const std::string& windowsPath);
+
+    // Writes Configuration\wpConfig.xml encrypted with the stand-in cipher.
+    void writeWebPostConfig(const std::string& plainXml);
 
     // Registry lines for the agent key (values as .reg lines).
     static std::string agentRegistry(const std::string& extraValues = "");

@@ -1,0 +1,26 @@
+// The classes and monikers the simulated machine has registered.
+#include "platform/sim/sim_automation.h"
+#include "platform/sim/sim_files.h"
+#include "platform/sim/sim_machine.h"
+#include "platform/sim/sim_objects.h"
+#include "platform/sim/xml_dom.h"
+#include "standins/update_service_manager.h"
+
+namespace platform::sim {
+
+void registerStandardClasses(SimMachine& machine, SimAutomation& automation) {
+    SimMachine* m = &machine;
+
+    automation.registerMoniker("winmgmts:", [m] { return makeWmiService(m->config(), m->processes()); });
+    automation.registerClass("Scripting.FileSystemObject",
+                             [m] { return makeFileSystemObject(m->simFiles()); });
+    automation.registerClass("Microsoft.Update.ServiceManager", [m] {
+        return Object(std::make_shared<standins::UpdateServiceManager>(m->folder() / "update-services.ini"));
+    });
+
+    // ---- Classes from the other stand-ins of this machine: one line each. ----
+    // (MSXML2.DOMDocument is registered here.)
+    automation.registerClass("MSXML2.DOMDocument", [m] { return Object(createDomDocument(m->files())); });
+}
+
+}  // namespace platform::sim

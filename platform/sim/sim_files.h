@@ -1,0 +1,88 @@
+// The simulated computer's files: Windows paths mapped onto
+// <machine>/drives/<LETTER>/..., names matched case-insensitively.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/files.h"
+#include "platform/sim/sim_config.h"
+
+namespace platform::sim {
+
+struct MachineState;
+
+// A Windows path taken apart. "\X" and "X" are on the current drive, C:;
+// "." and ".." are applied, trailing dots and blanks of a name dropped (as
+// Windows does).
+struct WinPath {
+    char drive = 'C';
+    std::vector<std::string> parts;
+    bool trailingSeparator = false;
+};
+
+// False for an empty or UNC path, or a name with characters Windows refuses
+// (wildcards are allowed in the last name when allowWildcards).
+bool parseWinPath(std::string_view text, WinPath& out, bool allowWildcards = false);
+
+// True for a name that is its own 8.3 short name.
+bool isShortName(std::string_view name);
+
+// The short name Windows gives `name` among `siblings` (all names in its folder).
+std::string shortAlias(const std::string& name, const std::vector<std::string>& siblings);
+
+class SimFiles : public FileSystem {
+public:
+    explicit SimFiles(MachineState& state);
+
+    // Where a Windows path lives; throws MachineError for an unknown drive or
+    // a path that is no usable Windows path.
+    std::filesystem::path hostPath(std::string_view windowsPath) const;
+    // The folder of a drive; empty when the machine has no such drive.
+    std::filesystem::path driveFolder(char letter) const;
+    bool isReadOnly(const std::filesystem::path& host) const;
+
+    bool fileExists(std::string_view path) override;
+    bool folderExists(std::string_view path) override;
+    bool findFirst(std::string_view path) override;
+    bool makeSureDirectoryPathExists(std::string_view path) override;
+    void createFolder(std::string_view path) override;
+    uint64_t fileSize(std::string_view path) override;
+    void clearReadOnly(std::string_view path) override;
+    void setReadOnly(std::string_view path, bool readOnly) override;
+    void deleteFile(std::string_view path) override;
+    void deleteFolder(std::string_view path) override;
+    std::string readAll(std::string_view path) override;
+    void writeAll(std::string_view path, std::string_view bytes) override;
+    void append(std::string_view path, std::string_view bytes) override;
+    uint32_t getShortPathName(std::string_view longPath, std::string& buffer,
+                              uint32_t size) override;
+    bool diskFreeSpace(std::string_view root, uint64_t& freeToCaller, uint64_t& total,
+                       uint64_t& totalFree) override;
+
+private:
+    struct Located {
+        std::filesystem::path host;
+        WinPath win;
+    };
+    // The host path, or nothing with the last error set (3 unknown drive, 123 bad name).
+    std::optional<Located> locate(std::string_view path, bool allowWildcards = false);
+    std::filesystem::path resolve(const WinPath& p) const;
+    // Throws ComError `number`, setting the matching last error.
+    [[noreturn]] void raise(int32_t number, uint32_t lastError);
+    bool failWin32(uint32_t code);
+    // Takes bytes from (or gives them back to) a drive's free space; throws 61.
+    void charge(char drive, int64_t delta);
+    DriveSpace& space(char drive);
+    void writeFile(std::string_view path, std::string_view bytes, bool append);
+
+    MachineState& state_;
+    std::map<char, DriveSpace> space_;
+};
+
+}  // namespace platform::sim

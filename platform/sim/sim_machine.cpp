@@ -1,0 +1,83 @@
+#include "platform/sim/sim_machine.h"
+
+#include <cctype>
+
+#include "platform/sim/sim_automation.h"
+#include "platform/sim/sim_clock.h"
+#include "platform/sim/sim_files.h"
+#include "platform/sim/sim_maker.h"
+#include "platform/sim/sim_profile.h"
+#include "platform/sim/sim_registry.h"
+#include "platform/sim/sim_state.h"
+#include "platform/sim/sim_system.h"
+
+namespace platform::sim {
+
+namespace fs = std::filesystem;
+
+struct SimMachine::Impl {
+    MachineState state;
+    std::unique_ptr<SimFiles> files;
+    std::unique_ptr<SimRegistry> registry;
+    std::unique_ptr<SimProfile> profile;
+    std::unique_ptr<SimClock> clock;
+    std::unique_ptr<SimSystem> system;
+    std::unique_ptr<SimAutomation> automation;
+    std::unique_ptr<SimMaker> maker;
+};
+
+std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenOptions& options) {
+    std::error_code ec;
+    if (!fs::is_directory(folder, ec)) throw MachineError("machine folder not found: " + folder.string());
+
+    auto impl = std::make_unique<Impl>();
+    MachineState& s = impl->state;
+    s.folder = fs::absolute(folder, ec);
+    if (ec) s.folder = folder;
+    s.config = loadMachineConfig(s.folder / "machine.ini");
+
+    impl->files = std::make_unique<SimFiles>(s);
+    const char drive = static_cast<char>(std::toupper(static_cast<unsigned char>(s.config.exePath[0])));
+    if (impl->files->driveFolder(drive).empty())
+        throw MachineError("machine.ini: [Machine] ExePath=" + s.config.exePath + " is on drive " + drive +
+                           ":, which has no folder drives/" + drive);
+
+    impl->registry = std::make_unique<SimRegistry>(s, s.folder / "registry.reg");
+    impl->profile = std::make_unique<SimProfile>(s, *impl->files);
+    DateTime start = options.now ? *options.now : s.config.now ? *s.config.now : hostLocalTime();
+    impl->clock = std::make_unique<SimClock>(s.config, start, options.frozenClock);
+    impl->system = std::make_unique<SimSystem>(s, *impl->files);
+    impl->automation = std::make_unique<SimAutomation>(s.config);
+    impl->maker = std::make_unique<SimMaker>(s.config);
+
+    std::unique_ptr<SimMachine> machine(new SimMachine(std::move(impl)));
+    registerStandardClasses(*machine, *machine->impl_->automation);
+    return machine;
+}
+
+SimMachine::SimMachine(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+SimMachine::~SimMachine() = default;
+
+const fs::path& SimMachine::folder() const { return impl_->state.folder; }
+
+fs::path SimMachine::hostPath(std::string_view windowsPath) const { return impl_->files->hostPath(windowsPath); }
+
+Registry& SimMachine::registry() { return *impl_->registry; }
+Profile& SimMachine::profile() { return *impl_->profile; }
+FileSystem& SimMachine::files() { return *impl_->files; }
+Clock& SimMachine::clock() { return *impl_->clock; }
+System& SimMachine::system() { return *impl_->system; }
+Automation& SimMachine::automation() { return *impl_->automation; }
+MakerLibraries& SimMachine::maker() { return *impl_->maker; }
+SimAutomation& SimMachine::simAutomation() { return *impl_->automation; }
+SimFiles& SimMachine::simFiles() { return *impl_->files; }
+const MachineConfig& SimMachine::config() const { return impl_->state.config; }
+
+std::vector<std::string> SimMachine::processes() const {
+    std::vector<std::string> list = impl_->state.config.processes;
+    const std::string& exe = impl_->state.config.exePath;
+    list.push_back(exe.substr(exe.find_last_of('\\') + 1));
+    return list;
+}
+
+}  // namespace platform::sim

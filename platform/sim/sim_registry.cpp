@@ -1,0 +1,593 @@
+#include "platform/sim/sim_registry.h"
+
+#include <cctype>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "platform/automation.h"
+#include "platform/sim/sim_machine.h"
+#include "platform/sim/sim_state.h"
+
+namespace platform::sim {
+
+namespace {
+
+constexpr std::string_view kHeader5 = "Windows Registry Editor Version 5.00";
+constexpr std::string_view kHeader4 = "REGEDIT4";
+
+struct HiveName {
+    Hive hive;
+    std::string_view full, abbrev;
+};
+constexpr HiveName kHives[] = {
+    {Hive::LocalMachine, "HKEY_LOCAL_MACHINE", "HKLM"},
+    {Hive::CurrentUser, "HKEY_CURRENT_USER", "HKCU"},
+    {Hive::ClassesRoot, "HKEY_CLASSES_ROOT", "HKCR"},
+    {Hive::Users, "HKEY_USERS", "HKU"},
+};
+
+std::string_view hiveName(Hive h) {
+    for (const auto& n : kHives)
+        if (n.hive == h) return n.full;
+    return "HKEY_LOCAL_MACHINE";
+}
+
+bool samePath(const std::vector<std::string>& a, const std::vector<std::string>& b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (!iequals(a[i], b[i])) return false;
+    return true;
+}
+
+bool isPrefix(const std::vector<std::string>& prefix, const std::vector<std::string>& path) {
+    if (prefix.size() > path.size()) return false;
+    for (size_t i = 0; i < prefix.size(); ++i)
+        if (!iequals(prefix[i], path[i])) return false;
+    return true;
+}
+
+std::string_view trimRight(std::string_view s) {
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
+    return s;
+}
+std::string_view trimLeft(std::string_view s) {
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+    return s;
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+// Text types are UTF-16LE in a version 5.00 file; the program sees them in
+// the ANSI code page (characters above 255 become '?').
+bool isTextType(uint32_t type) {
+    return type == regtype::String || type == regtype::ExpandString ||
+           type == regtype::MultiString;
+}
+std::vector<uint8_t> fromUtf16(const std::vector<uint8_t>& in) {
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i + 1 < in.size(); i += 2)
+        out.push_back(in[i + 1] == 0 ? in[i] : static_cast<uint8_t>('?'));
+    return out;
+}
+std::vector<uint8_t> toUtf16(const std::vector<uint8_t>& in) {
+    std::vector<uint8_t> out;
+    for (uint8_t b : in) {
+        out.push_back(b);
+        out.push_back(0);
+    }
+    return out;
+}
+
+std::string escapeString(std::string_view s) {
+    std::string out;
+    for (char c : s) {
+        if (c == '\\' || c == '"') out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+struct ParseError {
+    size_t line;
+    std::string what;
+};
+
+// Reads a quoted string at the start of s; returns the text after it.
+std::string_view readQuoted(std::string_view s, std::string& out, size_t line) {
+    // s[0] is the opening quote
+    size_t i = 1;
+    out.clear();
+    for (; i < s.size(); ++i) {
+        char c = s[i];
+        if (c == '"') return s.substr(i + 1);
+        if (c == '\\') {
+            if (i + 1 >= s.size()) break;
+            char n = s[i + 1];
+            if (n != '\\' && n != '"')
+                throw ParseError{line, std::string("bad escape \\") + n +
+                                           " in a quoted text (write \\\\ for a backslash)"};
+            out += n;
+            ++i;
+            continue;
+        }
+        out += c;
+    }
+    throw ParseError{line, "quoted text is not closed"};
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- RegDocument
+
+RegDocument RegDocument::empty() {
+    RegDocument d;
+    d.preamble_ = std::string(kHeader5) + d.eol_ + d.eol_;
+    return d;
+}
+
+RegDocument RegDocument::parse(std::string_view text) {
+    if (text.size() >= 2 && ((static_cast<uint8_t>(text[0]) == 0xFF && static_cast<uint8_t>(text[1]) == 0xFE) ||
+                             (static_cast<uint8_t>(text[0]) == 0xFE && static_cast<uint8_t>(text[1]) == 0xFF)))
+        throw MachineError("registry.reg line 1: UTF-16 text is not supported; save the file as ANSI");
+    if (trimLeft(trimRight(text)).find_first_not_of("\r\n \t") == std::string_view::npos)
+        return empty();
+
+    RegDocument d;
+    // Split into lines that keep their line ends.
+    std::vector<std::string_view> raws;
+    for (size_t pos = 0; pos < text.size();) {
+        size_t lf = text.find('\n', pos);
+        size_t next = lf == std::string_view::npos ? text.size() : lf + 1;
+        raws.push_back(text.substr(pos, next - pos));
+        pos = next;
+    }
+    auto content = [](std::string_view raw) {
+        if (!raw.empty() && raw.back() == '\n') raw.remove_suffix(1);
+        if (!raw.empty() && raw.back() == '\r') raw.remove_suffix(1);
+        return raw;
+    };
+    if (raws[0].size() >= 2 && raws[0].substr(raws[0].size() - 2) != "\r\n" && raws[0].back() == '\n')
+        d.eol_ = "\n";
+
+    try {
+        std::string_view first = content(raws[0]);
+        if (first.substr(0, 3) == "\xEF\xBB\xBF") first.remove_prefix(3);
+        first = trimRight(first);
+        if (first == kHeader4) d.unicodeFormat_ = false;
+        else if (first != kHeader5)
+            throw ParseError{1, "expected the header \"Windows Registry Editor Version 5.00\""};
+        d.preamble_ = std::string(raws[0]);
+
+        for (size_t i = 1; i < raws.size(); ++i) {
+            const size_t lineNo = i + 1;
+            std::string_view line = trimLeft(content(raws[i]));
+            std::string_view trimmed = trimRight(line);
+            if (trimmed.empty() || trimmed.front() == ';') {
+                if (d.keys_.empty()) d.preamble_ += raws[i];
+                else d.keys_.back().items.push_back(Item{false, {}, std::string(raws[i])});
+                continue;
+            }
+            if (trimmed.front() == '[') {
+                if (trimmed.back() != ']') throw ParseError{lineNo, "key line does not end with ]"};
+                std::string_view inner = trimmed.substr(1, trimmed.size() - 2);
+                if (!inner.empty() && inner.front() == '-')
+                    throw ParseError{lineNo, "deleting keys ([-...]) is not supported"};
+                std::vector<std::string> parts;
+                size_t slash = inner.find('\\');
+                std::string_view hive = inner.substr(0, slash);
+                Key k;
+                bool found = false;
+                for (const auto& n : kHives)
+                    if (iequals(hive, n.full) || iequals(hive, n.abbrev)) {
+                        k.hive = n.hive;
+                        found = true;
+                    }
+                if (!found) throw ParseError{lineNo, "unknown root key \"" + std::string(hive) + "\""};
+                if (slash != std::string_view::npos &&
+                    !SimRegistry::splitPath(inner.substr(slash + 1), k.path))
+                    throw ParseError{lineNo, "empty key name in the path"};
+                k.headerRaw = std::string(raws[i]);
+                d.keys_.push_back(std::move(k));
+                continue;
+            }
+            if (trimmed.front() != '"' && trimmed.front() != '@')
+                throw ParseError{lineNo, "expected [key], \"name\"=value, @=value or ; comment"};
+            if (d.keys_.empty()) throw ParseError{lineNo, "value before the first [key]"};
+
+            Item item;
+            item.isValue = true;
+            item.raw = std::string(raws[i]);
+            std::string_view rest;
+            if (trimmed.front() == '@') rest = trimmed.substr(1);
+            else rest = readQuoted(trimmed, item.value.name, lineNo);
+            rest = trimLeft(rest);
+            if (rest.empty() || rest.front() != '=') throw ParseError{lineNo, "expected = after the value name"};
+            rest = trimLeft(rest.substr(1));
+
+            RegValue& v = item.value.data;
+            if (!rest.empty() && rest.front() == '"') {
+                std::string s;
+                std::string_view after = readQuoted(rest, s, lineNo);
+                if (!trimLeft(after).empty()) throw ParseError{lineNo, "text after the closing quote"};
+                v = RegValue::string(s);
+            } else if (rest.substr(0, 6) == "dword:") {
+                std::string_view digits = rest.substr(6);
+                uint32_t x = 0;
+                if (digits.empty() || digits.size() > 8) throw ParseError{lineNo, "dword: needs 1 to 8 hex digits"};
+                for (char c : digits) {
+                    int h = hexDigit(c);
+                    if (h < 0) throw ParseError{lineNo, "dword: needs 1 to 8 hex digits"};
+                    x = x * 16 + static_cast<uint32_t>(h);
+                }
+                v = RegValue::dword(x);
+            } else if (rest.substr(0, 3) == "hex") {
+                rest.remove_prefix(3);
+                v.type = regtype::Binary;
+                if (!rest.empty() && rest.front() == '(') {
+                    size_t close = rest.find(')');
+                    if (close == std::string_view::npos || close == 1 || close > 9)
+                        throw ParseError{lineNo, "hex(type): needs a hex type number"};
+                    uint32_t t = 0;
+                    for (char c : rest.substr(1, close - 1)) {
+                        int h = hexDigit(c);
+                        if (h < 0) throw ParseError{lineNo, "hex(type): needs a hex type number"};
+                        t = t * 16 + static_cast<uint32_t>(h);
+                    }
+                    v.type = t;
+                    rest.remove_prefix(close + 1);
+                }
+                if (rest.empty() || rest.front() != ':') throw ParseError{lineNo, "expected : after hex"};
+                rest.remove_prefix(1);
+                // The bytes, over continuation lines ending in a backslash.
+                std::string bytes(rest);
+                while (!bytes.empty() && bytes.back() == '\\') {
+                    bytes.pop_back();
+                    if (i + 1 >= raws.size()) throw ParseError{lineNo, "continued value at the end of the file"};
+                    ++i;
+                    item.raw += raws[i];
+                    bytes += trimRight(content(raws[i]));
+                }
+                size_t start = 0;
+                while (start <= bytes.size()) {
+                    size_t comma = bytes.find(',', start);
+                    std::string_view tok = trimRight(trimLeft(std::string_view(bytes).substr(
+                        start, (comma == std::string::npos ? bytes.size() : comma) - start)));
+                    if (!tok.empty()) {
+                        if (tok.size() > 2 || hexDigit(tok[0]) < 0 ||
+                            (tok.size() == 2 && hexDigit(tok[1]) < 0))
+                            throw ParseError{i + 1, "bad byte \"" + std::string(tok) + "\" in hex data"};
+                        int b = hexDigit(tok[0]);
+                        if (tok.size() == 2) b = b * 16 + hexDigit(tok[1]);
+                        v.data.push_back(static_cast<uint8_t>(b));
+                    } else if (comma != std::string::npos) {
+                        throw ParseError{i + 1, "empty byte in hex data"};
+                    }
+                    if (comma == std::string::npos) break;
+                    start = comma + 1;
+                }
+                if (d.unicodeFormat_ && isTextType(v.type)) v.data = fromUtf16(v.data);
+            } else if (rest == "-") {
+                throw ParseError{lineNo, "deleting values (=-) is not supported"};
+            } else {
+                throw ParseError{lineNo, "unknown value data (expected \"text\", dword:, hex: or hex(n):)"};
+            }
+            d.keys_.back().items.push_back(std::move(item));
+        }
+    } catch (const ParseError& e) {
+        throw MachineError("registry.reg line " + std::to_string(e.line) + ": " + e.what);
+    }
+    return d;
+}
+
+std::string RegDocument::renderHeader(const Key& k) const {
+    std::string s = "[" + std::string(hiveName(k.hive));
+    for (const auto& p : k.path) s += "\\" + p;
+    return s + "]" + eol_;
+}
+
+std::string RegDocument::renderValue(const Value& v) const {
+    std::string line = v.name.empty() ? "@=" : "\"" + escapeString(v.name) + "\"=";
+    const RegValue& r = v.data;
+    if (r.type == regtype::String && !r.data.empty() && r.data.back() == 0) {
+        std::string s(r.data.begin(), r.data.end() - 1);
+        if (s.find('\0') == std::string::npos) return line + "\"" + escapeString(s) + "\"" + eol_;
+    }
+    if (r.type == regtype::Dword && r.data.size() == 4) {
+        uint32_t x = 0;
+        for (int i = 3; i >= 0; --i) x = (x << 8) | r.data[static_cast<size_t>(i)];
+        char buf[16];
+        std::snprintf(buf, sizeof buf, "dword:%08x", x);
+        return line + buf + eol_;
+    }
+    if (r.type == regtype::Binary) {
+        line += "hex:";
+    } else {
+        char buf[24];
+        std::snprintf(buf, sizeof buf, "hex(%x):", r.type);
+        line += buf;
+    }
+    std::vector<uint8_t> bytes = unicodeFormat_ && isTextType(r.type) ? toUtf16(r.data) : r.data;
+    // regedit's layout: lines of at most 77 characters before the backslash,
+    // continuation lines indented by two blanks.
+    std::string out;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        if (line.size() + 3 > 77) {
+            out += line + "\\" + eol_;
+            line = "  ";
+        }
+        char buf[4];
+        std::snprintf(buf, sizeof buf, "%02x", bytes[i]);
+        line += buf;
+        if (i + 1 < bytes.size()) line += ',';
+    }
+    return out + line + eol_;
+}
+
+std::string RegDocument::serialize() const {
+    std::string out = preamble_;
+    auto ensureEol = [&] {
+        if (!out.empty() && out.back() != '\n') out += eol_;
+    };
+    for (const auto& k : keys_) {
+        if (k.headerRaw.empty()) {
+            ensureEol();
+            out += renderHeader(k);
+        } else {
+            out += k.headerRaw;
+        }
+        for (const auto& item : k.items) {
+            if (!item.raw.empty()) {
+                out += item.raw;
+            } else if (item.isValue) {
+                ensureEol();
+                out += renderValue(item.value);
+            }
+        }
+    }
+    return out;
+}
+
+RegDocument::Key* RegDocument::lastKey(Hive hive, const std::vector<std::string>& path) {
+    for (auto it = keys_.rbegin(); it != keys_.rend(); ++it)
+        if (it->hive == hive && samePath(it->path, path)) return &*it;
+    return nullptr;
+}
+
+bool RegDocument::keyExists(Hive hive, const std::vector<std::string>& path) const {
+    if (path.empty()) return true;
+    for (const auto& k : keys_)
+        if (k.hive == hive && isPrefix(path, k.path)) return true;
+    return false;
+}
+
+namespace {
+// True when the text ends with a line that is blank.
+bool endsWithBlankLine(std::string_view s) {
+    if (s.empty() || s.back() != '\n') return false;
+    s.remove_suffix(1);
+    if (!s.empty() && s.back() == '\r') s.remove_suffix(1);
+    size_t lf = s.rfind('\n');
+    std::string_view last = lf == std::string_view::npos ? s : s.substr(lf + 1);
+    return trimRight(trimLeft(last)).empty();
+}
+}  // namespace
+
+RegDocument::Key& RegDocument::appendKey(Hive hive, const std::vector<std::string>& path) {
+    // regedit separates keys by a blank line: make sure one precedes the new key.
+    const std::string* tail = &preamble_;
+    bool generatedTail = false;
+    if (!keys_.empty()) {
+        const Key& prev = keys_.back();
+        tail = &prev.headerRaw;
+        generatedTail = prev.headerRaw.empty();
+        for (const auto& item : prev.items) {
+            generatedTail = item.raw.empty();
+            if (!generatedTail) tail = &item.raw;
+        }
+    }
+    if (generatedTail || !endsWithBlankLine(*tail)) {
+        std::string blank = eol_;
+        if (!generatedTail && !tail->empty() && tail->back() != '\n') blank += eol_;
+        if (keys_.empty()) preamble_ += blank;
+        else keys_.back().items.push_back(Item{false, {}, blank});
+    }
+    Key k;
+    k.hive = hive;
+    k.path = path;
+    k.items.push_back(Item{false, {}, eol_});
+    keys_.push_back(std::move(k));
+    return keys_.back();
+}
+
+bool RegDocument::createKey(Hive hive, const std::vector<std::string>& path) {
+    if (keyExists(hive, path)) return false;
+    appendKey(hive, path);
+    return true;
+}
+
+bool RegDocument::findValue(Hive hive, const std::vector<std::string>& path,
+                            std::string_view name, RegValue& out) const {
+    bool found = false;
+    // Later definitions win, as an import applies them in order.
+    for (const auto& k : keys_) {
+        if (k.hive != hive || !samePath(k.path, path)) continue;
+        for (const auto& item : k.items)
+            if (item.isValue && iequals(item.value.name, name)) {
+                out = item.value.data;
+                found = true;
+            }
+    }
+    return found;
+}
+
+void RegDocument::setValue(Hive hive, const std::vector<std::string>& path, std::string_view name,
+                           const RegValue& value) {
+    Item* existing = nullptr;
+    for (auto& k : keys_) {
+        if (k.hive != hive || !samePath(k.path, path)) continue;
+        for (auto& item : k.items)
+            if (item.isValue && iequals(item.value.name, name)) existing = &item;
+    }
+    if (existing) {
+        // The same value again leaves its text as it was.
+        if (existing->value.data.type == value.type && existing->value.data.data == value.data) return;
+        existing->value.data = value;
+        existing->raw.clear();
+        return;
+    }
+    // A key that exists only as a parent of others gets its own entry.
+    Key* key = lastKey(hive, path);
+    if (!key) key = &appendKey(hive, path);
+    size_t at = 0;
+    for (size_t i = 0; i < key->items.size(); ++i)
+        if (key->items[i].isValue) at = i + 1;
+    Item item;
+    item.isValue = true;
+    item.value.name = std::string(name);
+    item.value.data = value;
+    key->items.insert(key->items.begin() + static_cast<std::ptrdiff_t>(at), std::move(item));
+}
+
+// ---------------------------------------------------------------- SimRegistry
+
+namespace {
+
+// The specific rights an access mask grants (generic rights and
+// MAXIMUM_ALLOWED spelled out; the machine's user may do anything).
+uint32_t grantedAccess(uint32_t access) {
+    constexpr uint32_t kMaximumAllowed = 0x02000000, kGenericAll = 0x10000000,
+                       kGenericExecute = 0x20000000, kGenericWrite = 0x40000000,
+                       kGenericRead = 0x80000000, kKeyWrite = 0x20006;
+    if (access & (kMaximumAllowed | kGenericAll)) access |= regaccess::AllAccess;
+    if (access & (kGenericRead | kGenericExecute)) access |= regaccess::Read;
+    if (access & kGenericWrite) access |= kKeyWrite;
+    return access;
+}
+
+class SimRegKey : public RegKey {
+public:
+    SimRegKey(SimRegistry& reg, Hive hive, std::vector<std::string> path, uint32_t access,
+              RegView view)
+        : reg_(reg), hive_(hive), path_(std::move(path)), access_(grantedAccess(access)), view_(view) {}
+
+    long queryValue(std::string_view name, RegValue& out) override {
+        if (!(access_ & regaccess::QueryValue)) return regerr::AccessDenied;
+        return reg_.document().findValue(hive_, path_, name, out) ? regerr::Success
+                                                                  : regerr::FileNotFound;
+    }
+
+    long setValue(std::string_view name, const RegValue& value) override {
+        if (!(access_ & regaccess::SetValue)) return regerr::AccessDenied;
+        if (name.size() > 16383) return regerr::InvalidParameter;
+        reg_.document().setValue(hive_, path_, name, value);
+        return reg_.save() ? regerr::Success : kIoFailed;
+    }
+
+    long createSubKey(std::string_view name, std::unique_ptr<RegKey>& out) override {
+        constexpr uint32_t kCreateSubKey = 0x0004;
+        if (!(access_ & kCreateSubKey)) return regerr::AccessDenied;
+        std::vector<std::string> rel;
+        if (!SimRegistry::splitPath(name, rel)) return regerr::InvalidParameter;
+        std::vector<std::string> full = path_;
+        full.insert(full.end(), rel.begin(), rel.end());
+        // A key below a hive root is still subject to the view; below any
+        // other key the view was applied when that key was opened.
+        if (path_.empty()) full = reg_.redirect(hive_, std::move(full), view_);
+        if (reg_.document().createKey(hive_, full) && !reg_.save()) return kIoFailed;
+        out = std::make_unique<SimRegKey>(reg_, hive_, std::move(full), regaccess::AllAccess, view_);
+        return regerr::Success;
+    }
+
+    static constexpr long kIoFailed = 1016;  // ERROR_REGISTRY_IO_FAILED
+
+private:
+    SimRegistry& reg_;
+    Hive hive_;
+    std::vector<std::string> path_;
+    uint32_t access_;
+    RegView view_;
+};
+
+}  // namespace
+
+SimRegistry::SimRegistry(MachineState& state, std::filesystem::path file)
+    : state_(state), file_(std::move(file)) {
+    std::error_code ec;
+    if (!std::filesystem::exists(file_, ec)) {
+        doc_ = RegDocument::empty();
+        return;
+    }
+    std::ifstream in(file_, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (!in) throw MachineError("registry.reg cannot be read: " + file_.string());
+    doc_ = RegDocument::parse(text.str());
+}
+
+bool SimRegistry::is64BitOS() const { return state_.config.is64BitOS; }
+
+bool SimRegistry::splitPath(std::string_view path, std::vector<std::string>& out) {
+    out.clear();
+    if (!path.empty() && path.back() == '\\') path.remove_suffix(1);
+    if (path.empty()) return true;
+    size_t start = 0;
+    while (true) {
+        size_t slash = path.find('\\', start);
+        std::string_view part = path.substr(start, slash == std::string_view::npos ? slash : slash - start);
+        if (part.empty()) return false;
+        out.emplace_back(part);
+        if (slash == std::string_view::npos) return true;
+        start = slash + 1;
+    }
+}
+
+std::vector<std::string> SimRegistry::redirect(Hive hive, std::vector<std::string> path,
+                                               RegView view) const {
+    if (hive == Hive::LocalMachine && view == RegView::Default && is64BitOS() && !path.empty() &&
+        iequals(path[0], "SOFTWARE") && !(path.size() > 1 && iequals(path[1], "Wow6432Node")))
+        path.insert(path.begin() + 1, "Wow6432Node");
+    return path;
+}
+
+long SimRegistry::openKey(Hive hive, std::string_view path, uint32_t access, RegView view,
+                          std::unique_ptr<RegKey>& out) {
+    std::vector<std::string> parts;
+    if (!splitPath(path, parts)) return regerr::InvalidParameter;
+    parts = redirect(hive, std::move(parts), view);
+    if (!doc_.keyExists(hive, parts)) return regerr::FileNotFound;
+    // MAXIMUM_ALLOWED grants what the caller may have: everything, on a machine without ACLs.
+    if (access & regaccess::MaximumAllowed) access = regaccess::AllAccess;
+    out = std::make_unique<SimRegKey>(*this, hive, std::move(parts), access, view);
+    return regerr::Success;
+}
+
+long SimRegistry::createKey(Hive hive, std::string_view path, RegView view,
+                            std::unique_ptr<RegKey>& out) {
+    std::vector<std::string> parts;
+    if (!splitPath(path, parts)) return regerr::InvalidParameter;
+    parts = redirect(hive, std::move(parts), view);
+    if (doc_.createKey(hive, parts) && !save()) return SimRegKey::kIoFailed;
+    out = std::make_unique<SimRegKey>(*this, hive, std::move(parts), regaccess::AllAccess, view);
+    return regerr::Success;
+}
+
+bool SimRegistry::save() {
+    std::filesystem::path tmp = file_;
+    tmp += ".tmp";
+    {
+        std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
+        out << doc_.serialize();
+        if (!out) return false;
+    }
+    std::error_code ec;
+    std::filesystem::rename(tmp, file_, ec);
+    return !ec;
+}
+
+}  // namespace platform::sim

@@ -1,0 +1,136 @@
+#include "platform/sim/sim_system.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+
+#include "platform/automation.h"
+#include "platform/errors.h"
+#include "platform/sim/sim_files.h"
+#include "platform/sim/sim_state.h"
+
+namespace platform::sim {
+
+namespace {
+
+// Programs of a Windows installation the machine folders need not carry.
+constexpr std::string_view kSystemPrograms[] = {
+    "attrib.exe", "cmd.exe",    "cscript.exe", "expand.exe",   "msiexec.exe", "net.exe",
+    "net1.exe",   "netsh.exe",  "reg.exe",     "regedit.exe",  "regsvr32.exe", "rundll32.exe",
+    "sc.exe",     "schtasks.exe", "taskkill.exe", "wscript.exe", "wuauclt.exe", "wusa.exe",
+    "xcopy.exe",
+};
+
+std::string folderOf(const std::string& path) {
+    size_t cut = path.find_last_of('\\');
+    return cut == std::string::npos ? std::string() : path.substr(0, cut + 1);
+}
+
+}  // namespace
+
+SimSystem::SimSystem(MachineState& state, SimFiles& files) : state_(state), files_(files) {}
+
+SimSystem::~SimSystem() {
+    for (auto& m : mutexes_) ::close(m.second);  // closing releases the lock
+}
+
+bool SimSystem::getComputerName(std::string& buffer, uint32_t& size) {
+    const std::string& name = state_.config.computerName;
+    const auto length = static_cast<uint32_t>(name.size());
+    if (size < length + 1) {
+        size = length + 1;
+        state_.lastError = win32::BufferOverflow;
+        return false;
+    }
+    if (buffer.size() < size) buffer.resize(size, '\0');
+    std::copy(name.begin(), name.end(), buffer.begin());
+    buffer[length] = '\0';
+    size = length;
+    return true;
+}
+
+std::string SimSystem::exePath() { return state_.config.exePath; }
+
+std::string SimSystem::systemDirectory() { return state_.config.systemDirectory; }
+
+bool SimSystem::getVersion(OsVersion& out) {
+    out = state_.config.os;
+    return true;
+}
+
+uint32_t SimSystem::lastError() { return state_.lastError; }
+
+void SimSystem::setLastError(uint32_t code) { state_.lastError = code; }
+
+bool SimSystem::acquireSingleInstance(std::string_view name) {
+    constexpr uint32_t kAlreadyExists = 183;
+    for (const auto& m : mutexes_)
+        if (iequals(m.first, name)) {
+            state_.lastError = kAlreadyExists;
+            return false;
+        }
+    // Mutex names may hold "Global\" and such: keep the file name plain.
+    std::string file = ".mutex-";
+    for (char c : name) file += std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '.' ? c : '_';
+    int fd = ::open((state_.folder / file).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        state_.lastError = win32::AccessDenied;
+        return false;
+    }
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        ::close(fd);
+        state_.lastError = kAlreadyExists;
+        return false;
+    }
+    mutexes_.emplace_back(std::string(name), fd);
+    return true;
+}
+
+bool SimSystem::fileFound(std::string name) {
+    size_t slash = name.find_last_of("\\/");
+    if (name.find('.', slash == std::string::npos ? 0 : slash) == std::string::npos) name += ".exe";
+    if (name.find_first_of("\\/:") != std::string::npos) return files_.fileExists(name);
+    const std::string system = state_.config.systemDirectory;
+    for (const std::string& folder : {folderOf(state_.config.exePath), system + "\\", folderOf(system)})
+        if (!folder.empty() && files_.fileExists(folder + name)) return true;
+    for (auto p : kSystemPrograms)
+        if (iequals(p, name)) return true;
+    return false;
+}
+
+bool SimSystem::programExists(std::string_view commandLine) {
+    while (!commandLine.empty() && (commandLine.front() == ' ' || commandLine.front() == '\t'))
+        commandLine.remove_prefix(1);
+    if (commandLine.empty()) return false;
+    if (commandLine.front() == '"') {
+        size_t close = commandLine.find('"', 1);
+        return fileFound(std::string(commandLine.substr(1, close == std::string_view::npos ? close : close - 1)));
+    }
+    for (size_t blank = commandLine.find(' '); blank != std::string_view::npos;
+         blank = commandLine.find(' ', blank + 1))
+        if (fileFound(std::string(commandLine.substr(0, blank)))) return true;
+    return fileFound(std::string(commandLine));
+}
+
+bool SimSystem::startHidden(std::string_view commandLine) {
+    if (!programExists(commandLine)) {
+        state_.lastError = win32::FileNotFound;
+        return false;
+    }
+    std::ofstream log(state_.folder / "started-processes.log", std::ios::binary | std::ios::app);
+    log << commandLine << '\n';
+    log.close();
+    if (!log) {
+        state_.lastError = win32::AccessDenied;
+        return false;
+    }
+    return true;
+}
+
+void SimSystem::endProcess(int exitCode) { throw ProcessEnd{exitCode}; }
+
+}  // namespace platform::sim

@@ -1,0 +1,50 @@
+// The simulated process and computer.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/system.h"
+
+namespace platform::sim {
+
+struct MachineState;
+class SimFiles;
+
+class SimSystem : public System {
+public:
+    SimSystem(MachineState& state, SimFiles& files);
+    ~SimSystem() override;
+    SimSystem(const SimSystem&) = delete;
+    SimSystem& operator=(const SimSystem&) = delete;
+
+    bool getComputerName(std::string& buffer, uint32_t& size) override;
+    std::string exePath() override;
+    std::string systemDirectory() override;
+    bool getVersion(OsVersion& out) override;
+    uint32_t lastError() override;
+    void setLastError(uint32_t code) override;
+    // An exclusive lock on <machine>/.mutex-<name>, held until the machine
+    // is closed: a second machine on the same folder cannot take it.
+    bool acquireSingleInstance(std::string_view name) override;
+    // Appends the command line to <machine>/started-processes.log when its
+    // program is on the machine (see programExists); nothing runs.
+    bool startHidden(std::string_view commandLine) override;
+    // The program of a command line as CreateProcess finds it: a quoted
+    // name, else the shortest blank-separated prefix that names a file; ".exe"
+    // added when the name has no extension. A name without a folder is looked
+    // for in the executable's folder, the system folder and the Windows
+    // folder, and is taken as found when it is one of the programs every
+    // Windows has in its system folder.
+    bool programExists(std::string_view commandLine);
+    [[noreturn]] void endProcess(int exitCode) override;
+
+private:
+    bool fileFound(std::string name);
+
+    MachineState& state_;
+    SimFiles& files_;
+    std::vector<std::pair<std::string, int>> mutexes_;  // name, descriptor
+};
+
+}  // namespace platform::sim

@@ -1,0 +1,83 @@
+#include <windows.h>
+#include <objbase.h>
+
+#include "platform/automation.h"
+#include "platform/errors.h"
+#include "platform/win32/ansi.h"
+#include "platform/win32/bindings.h"
+#include "platform/win32/com.h"
+#include "platform/win32/handles.h"
+
+namespace platform::win32 {
+
+namespace {
+
+// CreateObject's errors: a class that is not there, or not an automation
+// object, is 429; anything else (a server DLL that cannot be loaded,
+// 0x8007007E) keeps its HRESULT.
+ComError creationError(HRESULT hr) {
+    switch (hr) {
+    case REGDB_E_CLASSNOTREG:
+    case CO_E_CLASSSTRING:
+    case CO_E_APPNOTFOUND:
+    case E_NOINTERFACE: return makeError(err::CannotCreateObject);
+    default: return errorFromHresult(hr);
+    }
+}
+
+class Win32Automation final : public Automation {
+public:
+    // COM stays initialised for the life of the process: objects kept in the
+    // program's process-wide records are released during static destruction,
+    // after any destructor of this binding has run.
+    ~Win32Automation() override = default;
+
+    Object createObject(std::string_view progId) override {
+        initialise();
+        CLSID clsid;
+        std::wstring id = toWide(progId);
+        HRESULT hr = CLSIDFromProgID(id.c_str(), &clsid);
+        if (FAILED(hr)) throw creationError(hr);
+        ComPtr<IUnknown> unknown;
+        hr = CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IID_IUnknown, unknown.putVoid());
+        if (FAILED(hr)) throw creationError(hr);
+        ComPtr<IDispatch> d;
+        hr = unknown.as(IID_IDispatch, d);
+        if (FAILED(hr)) throw creationError(hr);
+        return Object(wrapDispatch(d.get()));
+    }
+
+    // GetObject(moniker): parse the display name and bind, as the runtime does.
+    Object getObject(std::string_view moniker) override {
+        initialise();
+        ComPtr<IBindCtx> context;
+        HRESULT hr = CreateBindCtx(0, context.put());
+        if (FAILED(hr)) throw errorFromHresult(hr);
+        std::wstring name = toWide(moniker);
+        ULONG eaten = 0;
+        ComPtr<IMoniker> mk;
+        hr = MkParseDisplayName(context.get(), name.c_str(), &eaten, mk.put());
+        if (FAILED(hr)) throw errorFromHresult(hr);
+        ComPtr<IDispatch> d;
+        hr = mk->BindToObject(context.get(), nullptr, IID_IDispatch, d.putVoid());
+        if (FAILED(hr)) throw errorFromHresult(hr);
+        return Object(wrapDispatch(d.get()));
+    }
+
+private:
+    void initialise() {
+        if (initialised_) return;
+        // S_FALSE (already initialised on this thread) is as good.
+        HRESULT hr = CoInitialize(nullptr);
+        if (FAILED(hr) && hr != RPC_E_CHANGED_MODE) throw errorFromHresult(hr);
+        initialised_ = true;
+    }
+
+    bool initialised_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Automation> newAutomation() { return std::make_unique<Win32Automation>(); }
+
+}  // namespace platform::win32

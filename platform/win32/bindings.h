@@ -1,0 +1,20 @@
+// The pieces of the Windows binding, one per platform interface (private to
+// platform/win32).
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/host.h"
+
+namespace platform::win32 {
+
+std::unique_ptr<Registry> newRegistry();
+std::unique_ptr<Profile> newProfile();
+std::unique_ptr<FileSystem> newFileSystem();
+std::unique_ptr<Clock> newClock();
+std::unique_ptr<System> newSystem();
+std::unique_ptr<Automation> newAutomation();
+std::unique_ptr<MakerLibraries> newMakerLibraries(const std::string& cipherLibrary);
+
+}  // namespace platform::win32

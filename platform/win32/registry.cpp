@@ -1,0 +1,105 @@
+#include <windows.h>
+
+#include "platform/registry.h"
+#include "platform/win32/bindings.h"
+#include "platform/win32/handles.h"
+
+namespace platform::win32 {
+
+namespace {
+
+HKEY rootOf(Hive h) {
+    switch (h) {
+    case Hive::ClassesRoot: return HKEY_CLASSES_ROOT;
+    case Hive::CurrentUser: return HKEY_CURRENT_USER;
+    case Hive::LocalMachine: return HKEY_LOCAL_MACHINE;
+    case Hive::Users: return HKEY_USERS;
+    }
+    return HKEY_LOCAL_MACHINE;
+}
+
+// The program is a 32-bit program: its plain view is the 32-bit one, which a
+// 64-bit build must ask for explicitly.
+REGSAM viewFlag(RegView v) {
+    if (v == RegView::View64) return KEY_WOW64_64KEY;
+#ifdef _WIN64
+    return KEY_WOW64_32KEY;
+#else
+    return 0;
+#endif
+}
+
+class Win32RegKey final : public RegKey {
+public:
+    Win32RegKey(HKEY k, REGSAM view) : key_(k), view_(view) {}
+
+    long queryValue(std::string_view name, RegValue& out) override {
+        std::string n(name);
+        DWORD type = 0, size = 0;
+        LONG r = RegQueryValueExA(key_.get(), n.c_str(), nullptr, &type, nullptr, &size);
+        std::vector<uint8_t> data;
+        // The value may grow between the two calls: ask again until it fits.
+        while (r == ERROR_SUCCESS || r == ERROR_MORE_DATA) {
+            data.resize(size);
+            DWORD got = size;
+            r = RegQueryValueExA(key_.get(), n.c_str(), nullptr, &type, size ? data.data() : nullptr, &got);
+            if (r == ERROR_SUCCESS) {
+                data.resize(got);
+                out.type = type;
+                out.data = std::move(data);
+                return ERROR_SUCCESS;
+            }
+            size = got > size ? got : size * 2 + 16;
+        }
+        return r;
+    }
+
+    long setValue(std::string_view name, const RegValue& value) override {
+        std::string n(name);
+        return RegSetValueExA(key_.get(), n.c_str(), 0, value.type,
+                              value.data.empty() ? nullptr : value.data.data(),
+                              static_cast<DWORD>(value.data.size()));
+    }
+
+    long createSubKey(std::string_view name, std::unique_ptr<RegKey>& out) override {
+        return create(key_.get(), name, view_, out);
+    }
+
+    // RegCreateKeyA: creates every missing key of `path` below `parent`.
+    static long create(HKEY parent, std::string_view path, REGSAM view, std::unique_ptr<RegKey>& out) {
+        out.reset();
+        std::string p(path);
+        HKEY k = nullptr;
+        LONG r = RegCreateKeyExA(parent, p.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                 MAXIMUM_ALLOWED | view, nullptr, &k, nullptr);
+        if (r == ERROR_SUCCESS) out = std::make_unique<Win32RegKey>(k, view);
+        return r;
+    }
+
+private:
+    UniqueHKey key_;
+    REGSAM view_;
+};
+
+class Win32Registry final : public Registry {
+public:
+    long openKey(Hive hive, std::string_view path, uint32_t access, RegView view,
+                 std::unique_ptr<RegKey>& out) override {
+        out.reset();
+        std::string p(path);
+        HKEY k = nullptr;
+        LONG r = RegOpenKeyExA(rootOf(hive), p.c_str(), 0, access | viewFlag(view), &k);
+        if (r == ERROR_SUCCESS) out = std::make_unique<Win32RegKey>(k, viewFlag(view));
+        return r;
+    }
+
+    long createKey(Hive hive, std::string_view path, RegView view, std::unique_ptr<RegKey>& out) override {
+        return Win32RegKey::create(rootOf(hive), path, viewFlag(view), out);
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Registry> newRegistry() { return std::make_unique<Win32Registry>(); }
+
+}  // namespace platform::win32

@@ -1,0 +1,153 @@
+#!/usr/bin/env bash
+# wine-pass.sh --exe KPMDwld.exe [--standins KPMStandins.dll] [--cipher KEncDec.dll] [--work DIR]
+#
+# Whole passes of the real (64-bit) KPMDwld.exe under wine64, in a fresh Wine
+# prefix set up as a managed computer:
+#   HKLM\SOFTWARE\VORNOD (32-bit view: Wow6432Node) with InstallationPath,
+#   regID, SiteID, MemberID and Type; the install folder with VORNMobile.ini;
+#   the program in <install>\BaseComponents\PatchManagement with the stand-in
+#   KEncDec.dll; the stand-in COM server registered (regsvr32 -s).
+# Scenarios:
+#   managed       two passes: exit code 0, the activity log's header once,
+#                 entries of 8 tab-separated fields with CR LF, each pass ending
+#                 with "Application stopped."; the agent key untouched and
+#                 nothing created in the 64-bit view
+#   unregistered  no regID: the pass ends at once with exit code 0 and no log
+# Exit status: 0 all passed, 1 a check failed, 77 skipped (no wine64).
+set -u
+
+exe="" standins="" cipher="" work=""
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --exe) exe=$2; shift 2 ;;
+    --standins) standins=$2; shift 2 ;;
+    --cipher) cipher=$2; shift 2 ;;
+    --work) work=$2; shift 2 ;;
+    *) echo "usage: $0 --exe KPMDwld.exe [--standins DLL] [--cipher DLL] [--work DIR]" >&2; exit 2 ;;
+  esac
+done
+[ -n "$exe" ] && [ -f "$exe" ] || { echo "wine-pass: no executable: '$exe'" >&2; exit 2; }
+
+wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
+if [ ! -x "$wine64" ]; then echo "SKIPPED: wine64 not available"; exit 77; fi
+wineserver=$(dirname "$wine64")/wineserver
+[ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-pass.XXXXXX)
+work=$(realpath -m "$work")
+
+export WINEDEBUG=-all
+# Dates and times in English (United States), whatever the caller's locale.
+export LC_ALL=C.UTF-8
+export WINEDLLOVERRIDES="mscoree,mshtml="
+failures=0
+fail() { echo "  FAIL: $*"; failures=$((failures + 1)); }
+ok() { echo "  ok: $*"; }
+
+# A fresh prefix with the agent installed; $1 = scenario name, $2 = regID ("" for none).
+prepare() {
+  export WINEPREFIX=$work/$1/prefix
+  rm -rf "$work/$1"
+  mkdir -p "$work/$1"
+  "$wine64" wineboot --init >/dev/null 2>&1
+  drive_c=$WINEPREFIX/drive_c
+  install_win='C:\Program Files\VORN\VORNMobile'
+  install=$drive_c/Program\ Files/VORN/VORNMobile
+  prog=$install/BaseComponents/PatchManagement
+  prog_win="$install_win\\BaseComponents\\PatchManagement"
+  mkdir -p "$prog"
+  cp "$exe" "$prog/KPMDwld.exe"
+  [ -n "$cipher" ] && cp "$cipher" "$prog/KEncDec.dll"
+  if [ -n "$standins" ]; then
+    mkdir -p "$drive_c/KPMStandins"
+    cp "$standins" "$drive_c/KPMStandins/KPMStandins.dll"
+    "$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1 || fail "regsvr32 of the stand-in COM server"
+  fi
+  printf '%s\r\n' \
+    '[ProxySettings]' 'ProxyIP=' 'ProxyPort=' 'ProxyUserName=' 'ProxyPassword=' 'IsEncrypt=1' \
+    '[DCConnURL]' 'ControllerPSite=http://127.0.0.1:18080' 'ControllerSSite=http://127.0.0.1:18081/' \
+    '[VornUpdates]' 'DownLoadSite=http://127.0.0.1:18082/updates' \
+    '[Download]' 'PMDownload=http://127.0.0.1:18082/pm' > "$install/VORNMobile.ini"
+  local key='HKLM\SOFTWARE\Wow6432Node\VORNOD'
+  "$wine64" reg add "$key" /v InstallationPath /d "$install_win" /f >/dev/null 2>&1
+  [ -n "$2" ] && "$wine64" reg add "$key" /v regID /d "$2" /f >/dev/null 2>&1
+  "$wine64" reg add "$key" /v SiteID /d S1 /f >/dev/null 2>&1
+  "$wine64" reg add "$key" /v MemberID /d M1 /f >/dev/null 2>&1
+  "$wine64" reg add "$key" /v Type /d W /f >/dev/null 2>&1
+}
+
+# Runs one pass; sets $rc.
+run_pass() {
+  local start=$SECONDS
+  (cd "$prog" && timeout 600 "$wine64" "$prog_win\\KPMDwld.exe" >"$work/$1.out" 2>&1)
+  rc=$?
+  echo "  pass ran in $((SECONDS - start)) s, exit code $rc"
+}
+
+finish() {
+  "$wineserver" -k >/dev/null 2>&1 || true
+}
+
+check_log() {  # $1 = log file, $2 = passes expected
+  local log=$1 passes=$2
+  if [ ! -f "$log" ]; then fail "no activity log at ${log#$drive_c/}"; return; fi
+  ok "activity log ${log#$drive_c/}"
+  local l1 l2 l3 l4
+  l1=$(sed -n 1p "$log"); l2=$(sed -n 2p "$log"); l3=$(sed -n 3p "$log"); l4=$(sed -n 4p "$log")
+  [ "$l1" = $'#Software: VORN.AgentMonitoring.KPMDwld\r' ] && ok "header #Software" || fail "header line 1: ${l1%$'\r'}"
+  [ "$l2" = $'#Version: 5.0.19\r' ] && ok "header #Version" || fail "header line 2: ${l2%$'\r'}"
+  [[ "$l3" == "#Date: "*$'\r' ]] && ok "header ${l3%$'\r'}" || fail "header line 3: ${l3%$'\r'}"
+  [ "$l4" = $'#Fields: dtime\tform\tmodule\ttype\tval1\tval2\tval3\r' ] && ok "header #Fields" || fail "header line 4: ${l4%$'\r'}"
+  local headers
+  headers=$(grep -c '^#Software:' "$log")
+  [ "$headers" = 1 ] && ok "one header for $passes passes" || fail "$headers headers"
+  local lines nocr entries badtabs stopped
+  lines=$(wc -l < "$log")
+  nocr=$(grep -vc $'\r$' "$log")
+  [ "$nocr" = 0 ] && [ "$(tail -c 2 "$log" | od -An -c | tr -d ' ')" = '\r\n' ] \
+    && ok "all $lines lines end with CR LF" || fail "$nocr lines without CR LF"
+  entries=$(grep -vc '^#' "$log")
+  badtabs=$(grep -v '^#' "$log" | awk -F'\t' 'NF != 8' | wc -l)
+  [ "$entries" -gt 0 ] && [ "$badtabs" = 0 ] && ok "$entries entries, each with 7 tabs" || fail "$badtabs of $entries entries without exactly 7 tabs"
+  stopped=$(grep -v '^#' "$log" | awk -F'\t' '$5 == "Application stopped.\r" || $5 == "Application stopped."' | wc -l)
+  [ "$stopped" = "$passes" ] && ok "\"Application stopped.\" $stopped times" || fail "\"Application stopped.\" $stopped times, expected $passes"
+  local last
+  last=$(grep -v '^#' "$log" | tail -n 1 | awk -F'\t' '{print $5}' | tr -d '\r')
+  [ "$last" = "Application stopped." ] && ok "last entry: Application stopped." || fail "last entry's message: $last"
+  local dtime
+  dtime=$(grep -v '^#' "$log" | head -n 1 | cut -f1)
+  [[ "$dtime" =~ ^[0-9]{1,2}/[0-9]{1,2}/[0-9]{4}\ [0-9]{1,2}:[0-9]{2}:[0-9]{2}\ [AP]M$ ]] \
+    && ok "entry time $dtime" || fail "entry time '$dtime' is not the general date"
+}
+
+echo "== scenario: managed (two passes)"
+prepare managed R1
+log="$prog/ApplicationLog/wppatchmanagementDownload_R1_patchlog.log"
+run_pass managed
+[ "$rc" = 0 ] && ok "exit code 0" || fail "exit code $rc"
+run_pass managed-2
+[ "$rc" = 0 ] && ok "second pass exit code 0" || fail "second pass exit code $rc"
+check_log "$log" 2
+regid=$("$wine64" reg query 'HKLM\SOFTWARE\Wow6432Node\VORNOD' /v regID 2>/dev/null | tr -d '\r' | awk '$1 == "regID" {print $3}')
+[ "$regid" = R1 ] && ok "agent key keeps regID=R1" || fail "agent key's regID is '$regid'"
+if "$wine64" reg query 'HKLM\SOFTWARE\VORNOD' >/dev/null 2>&1; then
+  fail "a VORNOD key appeared in the 64-bit view"
+else
+  ok "nothing written to the 64-bit view's SOFTWARE\\VORNOD"
+fi
+if [ "$failures" -gt 0 ] && [ -f "$log" ]; then echo "  --- the log:"; tr -d '\r' < "$log" | sed 's/^/  | /'; fi
+finish
+
+echo "== scenario: unregistered (no regID)"
+before=$failures
+prepare unregistered ""
+run_pass unregistered
+[ "$rc" = 0 ] && ok "exit code 0" || fail "exit code $rc"
+found=$(find "$drive_c" -name 'wppatchmanagementDownload_*' 2>/dev/null | head -n 1)
+[ -z "$found" ] && ok "no activity log written" || fail "a log was written: ${found#$drive_c/}"
+finish
+
+if [ "$failures" -gt 0 ]; then
+  echo "wine-pass: $failures checks FAILED (prefixes kept in $work)"
+  exit 1
+fi
+echo "wine-pass: all checks passed"
+exit 0

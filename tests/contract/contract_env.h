@@ -1,0 +1,71 @@
+// The contract tests: one set of test bodies run against two bindings of the
+// platform interfaces, the simulated machine (natively) and the Windows
+// binding (cross-compiled, under wine64). Where they agree with each other
+// and with Windows, the simulated machine can stand in for a computer.
+//
+// Each test gets an environment of its own: a fresh simulated machine, or,
+// under Wine, fresh registry keys and a fresh folder in the prefix.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/host.h"
+
+namespace contract {
+
+class Env {
+public:
+    virtual ~Env() = default;
+
+    virtual platform::Host& host() = 0;
+    virtual bool underWine() const = 0;
+
+    // An empty folder of this test's own, "C:\KPMContract\<test>" (no final "\").
+    const std::string& folder() const { return folder_; }
+    // A registry path of this test's own below HKCU and HKLM\SOFTWARE:
+    // "Software\KPMContract\<test>". Nothing exists there at the start.
+    const std::string& keyPath() const { return keyPath_; }
+
+    // False where the file system lets a read-only file be opened for
+    // writing: Wine run by root (Unix permissions do not stop root), never
+    // Windows.
+    virtual bool readOnlyStopsWriting() { return true; }
+
+    // Replaces the host with one on which the maker's cipher library cannot
+    // be loaded.
+    virtual void loseCipherLibrary() = 0;
+
+protected:
+    std::string folder_, keyPath_;
+};
+
+// Defined once per binding (env_sim.cpp, env_win32.cpp).
+std::unique_ptr<Env> makeEnv(const std::string& testName);
+
+// The fixture of every contract test: installs the test's environment as
+// the platform host.
+class ContractTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    platform::Host& host() { return env_->host(); }
+    Env& env() { return *env_; }
+    const Env& env() const { return *env_; }
+    // A path in the test's folder: at("a\b.txt") is "C:\KPMContract\<test>\a\b.txt".
+    std::string at(std::string_view relative) const;
+    // Re-installs the host after the environment replaced it.
+    void reinstallHost();
+
+private:
+    std::unique_ptr<Env> env_;
+};
+
+// A unique text for names that live beyond one process (mutexes).
+std::string uniqueSuffix();
+
+}  // namespace contract

@@ -1,0 +1,86 @@
+// The contract tests' environment under Wine (or Windows): the Windows
+// binding, with registry keys and a folder of the test's own that are
+// removed before and after the test.
+#include <windows.h>
+
+#include "contract_env.h"
+#include "platform/win32/win32_host.h"
+
+namespace contract {
+
+namespace {
+
+// A 64-bit process sees both physical keys of HKLM\SOFTWARE: the 64-bit one
+// and Wow6432Node (HKCU\Software is one key in both views).
+void removeKeys(const std::string& path) {
+    const std::string rest = path.substr(path.find('\\') + 1);  // "KPMContract\<test>"
+    RegDeleteTreeA(HKEY_CURRENT_USER, path.c_str());
+    RegDeleteTreeA(HKEY_LOCAL_MACHINE, ("SOFTWARE\\" + rest).c_str());
+    RegDeleteTreeA(HKEY_LOCAL_MACHINE, ("SOFTWARE\\Wow6432Node\\" + rest).c_str());
+}
+
+void removeTree(const std::string& dir) {
+    WIN32_FIND_DATAA data;
+    HANDLE find = FindFirstFileA((dir + "\\*").c_str(), &data);
+    if (find != INVALID_HANDLE_VALUE) {
+        do {
+            std::string name = data.cFileName;
+            if (name == "." || name == "..") continue;
+            std::string full = dir + "\\" + name;
+            SetFileAttributesA(full.c_str(), FILE_ATTRIBUTE_NORMAL);
+            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) removeTree(full);
+            else DeleteFileA(full.c_str());
+        } while (FindNextFileA(find, &data));
+        FindClose(find);
+    }
+    RemoveDirectoryA(dir.c_str());
+}
+
+class WineEnv final : public Env {
+public:
+    explicit WineEnv(const std::string& test) : host_(std::make_unique<platform::win32::Win32Host>()) {
+        folder_ = "C:\\KPMContract\\" + test;
+        keyPath_ = "Software\\KPMContract\\" + test;
+        clean();
+        CreateDirectoryA("C:\\KPMContract", nullptr);
+        CreateDirectoryA(folder_.c_str(), nullptr);
+    }
+    ~WineEnv() override {
+        host_.reset();
+        if (!GetEnvironmentVariableA("KPM_KEEP_MACHINES", nullptr, 0)) clean();
+    }
+
+    platform::Host& host() override { return *host_; }
+    bool underWine() const override { return true; }
+
+    bool readOnlyStopsWriting() override {
+        const std::string probe = folder_ + "\\readonly.probe";
+        HANDLE h = CreateFileA(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY, nullptr);
+        if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
+        h = CreateFileA(probe.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        bool stops = h == INVALID_HANDLE_VALUE;
+        if (!stops) CloseHandle(h);
+        SetFileAttributesA(probe.c_str(), FILE_ATTRIBUTE_NORMAL);
+        DeleteFileA(probe.c_str());
+        return stops;
+    }
+    void loseCipherLibrary() override {
+        platform::win32::HostOptions options;
+        options.cipherLibrary = "KPMContractNoSuchLibrary.dll";
+        host_ = std::make_unique<platform::win32::Win32Host>(options);
+    }
+
+private:
+    void clean() {
+        removeKeys(keyPath_);
+        removeTree(folder_);
+    }
+
+    std::unique_ptr<platform::win32::Win32Host> host_;
+};
+
+}  // namespace
+
+std::unique_ptr<Env> makeEnv(const std::string& testName) { return std::make_unique<WineEnv>(testName); }
+
+}  // namespace contract

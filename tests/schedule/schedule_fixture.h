@@ -1,0 +1,69 @@
+// A registered test machine opened at a given moment with its activity log
+// open, plus readers for "SchPatch.ini" and the entries a step added.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "config/agent_settings.h"
+#include "config/ini.h"
+#include "log/w3c_log.h"
+#include "support/test_machine.h"
+
+namespace schedtest {
+
+inline const std::string kSchPatch = std::string(kpmtest::kProgramFolder) + "\\SchPatch.ini";
+
+// Opens the machine with the pass state reset, the agent's install path known
+// and the activity log in its usual place (as after start-up).
+inline void openWithLog(kpmtest::TestMachine& machine, const char* iso) {
+    machine.makeFolder(std::string(kpmtest::kProgramFolder) + "\\ApplicationLog");
+    machine.open(kpmtest::at(iso));
+    kpm::agentSettings.InstallPath = kpmtest::kInstallPath;
+    kpm::LogFilePath = kpmtest::kLogPath;
+}
+
+class ScheduleFixture : public ::testing::Test {
+protected:
+    void open(const char* iso) {
+        openWithLog(machine, iso);
+        folder = kpm::ProgramFolderShort();
+        logStart = machine.logMessages().size();
+    }
+    void TearDown() override { machine.close(); }
+
+    // Entries written since open(), as "module|proc|type|message|v1|v2|v3".
+    std::vector<std::string> newLog() const {
+        auto all = machine.logMessages();
+        return {all.begin() + static_cast<long>(std::min(logStart, all.size())), all.end()};
+    }
+
+    // "SchPatch.ini" as "Section|key=value" lines in file order; blank lines dropped.
+    std::vector<std::string> iniEntries() const {
+        std::vector<std::string> out;
+        if (!machine.exists(kSchPatch)) return out;
+        std::string text = machine.read(kSchPatch), section, line;
+        for (size_t pos = 0; pos <= text.size();) {
+            size_t end = text.find('\n', pos);
+            line = text.substr(pos, end == std::string::npos ? std::string::npos : end - pos);
+            pos = end == std::string::npos ? text.size() + 1 : end + 1;
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            if (line.empty()) continue;
+            if (line.front() == '[') section = line.substr(1, line.find(']') - 1);
+            else out.push_back(section + "|" + line);
+        }
+        return out;
+    }
+
+    kpmtest::TestMachine machine;
+    std::string folder;  // the program folder, short form, as the entries name it
+    size_t logStart = 0;
+};
+
+inline std::string info(const std::string& module, const std::string& proc, const std::string& message) {
+    return module + "|" + proc + "|INFO|" + message + "|||";
+}
+
+}  // namespace schedtest

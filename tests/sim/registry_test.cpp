@@ -1,0 +1,308 @@
+// The simulated registry: registry.reg read and written back, views, types, codes.
+#include <gtest/gtest.h>
+
+#include "platform/sim/sim_machine.h"
+#include "sim/sim_folder.h"
+
+using platform::Hive;
+using platform::RegKey;
+using platform::RegValue;
+using platform::RegView;
+using platform::sim::MachineError;
+using simtest::SimFolder;
+namespace regaccess = platform::regaccess;
+namespace regtype = platform::regtype;
+
+namespace {
+
+const std::string kHeader = "Windows Registry Editor Version 5.00\r\n\r\n";
+
+// A file with every kind of value, a comment, an abbreviated hive and a
+// continued hex line.
+const std::string kSample =
+    kHeader +
+    "; agent settings\r\n"
+    "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Wow6432Node\\VORNOD]\r\n"
+    "\"InstallationPath\"=\"C:\\\\Program Files\\\\VORN\"\r\n"
+    "\"Quote\"=\"say \\\"hi\\\"\"\r\n"
+    "@=\"default\"\r\n"
+    "\"Count\"=dword:0000000a\r\n"
+    "\"Blob\"=hex:00,01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,15,\\\r\n"
+    "  16,17\r\n"
+    "\"Path\"=hex(2):25,00,53,00,79,00,73,00,00,00\r\n"
+    "\"Multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\r\n"
+    "\"Big\"=hex(b):01,00,00,00,02,00,00,00\r\n"
+    "\r\n"
+    "[HKLM\\SYSTEM\\CurrentControlSet\\Services\\wuauserv]\r\n"
+    "\"Start\"=dword:00000002\r\n"
+    "\r\n"
+    "[HKEY_CURRENT_USER\\Software\\Test]\r\n"
+    "\"Name\"=\"cu\"\r\n"
+    "\r\n";
+
+std::vector<uint8_t> bytes(std::string_view s) { return {s.begin(), s.end()}; }
+// A REG_SZ's bytes: the text and its NUL.
+std::vector<uint8_t> sz(std::string_view s) {
+    auto b = bytes(s);
+    b.push_back(0);
+    return b;
+}
+
+std::unique_ptr<RegKey> open(platform::Registry& reg, Hive hive, const std::string& path,
+                             RegView view = RegView::Default, uint32_t access = regaccess::AllAccess) {
+    std::unique_ptr<RegKey> key;
+    EXPECT_EQ(reg.openKey(hive, path, access, view, key), 0) << path;
+    return key;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+    size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return text.replace(at, from.size(), to);
+}
+
+}  // namespace
+
+TEST(SimRegistry, ReadsEveryValueType) {
+    SimFolder f;
+    f.write("registry.reg", kSample);
+    auto m = f.open();
+    auto key = open(m->registry(), Hive::LocalMachine, "SOFTWARE\\VORNOD");
+
+    struct Case {
+        const char* name;
+        uint32_t type;
+        std::vector<uint8_t> data;
+    } cases[] = {
+        {"InstallationPath", regtype::String, sz("C:\\Program Files\\VORN")},
+        {"quote", regtype::String, sz("say \"hi\"")},
+        {"", regtype::String, sz("default")},
+        {"COUNT", regtype::Dword, {10, 0, 0, 0}},
+        {"Blob", regtype::Binary, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23}},
+        {"Path", regtype::ExpandString, bytes(std::string_view("%Sys\0", 5))},
+        {"Multi", regtype::MultiString, bytes(std::string_view("a\0b\0\0", 5))},
+        {"Big", regtype::Qword, {1, 0, 0, 0, 2, 0, 0, 0}},
+    };
+    for (const auto& c : cases) {
+        RegValue v;
+        ASSERT_EQ(key->queryValue(c.name, v), 0) << c.name;
+        EXPECT_EQ(v.type, c.type) << c.name;
+        EXPECT_EQ(v.data, c.data) << c.name;
+    }
+    RegValue v;
+    EXPECT_EQ(key->queryValue("Absent", v), platform::regerr::FileNotFound);
+    // The abbreviated hive name is the same hive.
+    auto svc = open(m->registry(), Hive::LocalMachine, "system\\currentcontrolset\\services\\WUAUSERV");
+    EXPECT_EQ(svc->queryValue("Start", v), 0);
+}
+
+TEST(SimRegistry, WritesBackOnlyWhatChanged) {
+    SimFolder f;
+    f.write("registry.reg", kSample);
+    {
+        auto m = f.open();
+        auto key = open(m->registry(), Hive::LocalMachine, "SOFTWARE\\VORNOD");
+        ASSERT_EQ(key->setValue("count", RegValue::dword(11)), 0);
+        ASSERT_EQ(key->setValue("New", RegValue::string("x")), 0);
+        std::unique_ptr<RegKey> added;
+        ASSERT_EQ(m->registry().createKey(Hive::LocalMachine, "SOFTWARE\\Policies\\X", RegView::View64, added), 0);
+        ASSERT_EQ(added->setValue("V", RegValue::dword(1)), 0);
+    }
+    std::string expected = replaced(kSample, "\"Count\"=dword:0000000a", "\"Count\"=dword:0000000b");
+    expected = replaced(expected, "\"Big\"=hex(b):01,00,00,00,02,00,00,00\r\n",
+                        "\"Big\"=hex(b):01,00,00,00,02,00,00,00\r\n\"New\"=\"x\"\r\n");
+    expected += "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Policies\\X]\r\n\"V\"=dword:00000001\r\n\r\n";
+    EXPECT_EQ(f.read("registry.reg"), expected);
+
+    // The next pass sees the change.
+    auto again = f.open();
+    RegValue v;
+    EXPECT_EQ(open(again->registry(), Hive::LocalMachine, "SOFTWARE\\VORNOD")->queryValue("Count", v), 0);
+    EXPECT_EQ(v.data, (std::vector<uint8_t>{11, 0, 0, 0}));
+}
+
+TEST(SimRegistry, KeepsTheFilesLineEndsAndMissingLastLineEnd) {
+    SimFolder f;
+    const std::string text = "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\A]\n\"x\"=\"1\"";
+    f.write("registry.reg", text);
+    {
+        auto m = f.open();
+        std::unique_ptr<RegKey> k;
+        ASSERT_EQ(m->registry().createKey(Hive::CurrentUser, "B", RegView::Default, k), 0);
+        ASSERT_EQ(k->setValue("y", RegValue::string("2")), 0);
+    }
+    EXPECT_EQ(f.read("registry.reg"), text + "\n\n[HKEY_CURRENT_USER\\B]\n\"y\"=\"2\"\n\n");
+}
+
+TEST(SimRegistry, WrittenValuesReadBackTheSame) {
+    std::vector<uint8_t> blob;
+    for (uint8_t i = 0; i < 30; ++i) blob.push_back(i);
+    struct Case {
+        const char* name;
+        RegValue value;
+        const char* line;  // how regedit writes it
+    } cases[] = {
+        {"S", RegValue::string("a\\b\"c"), "\"S\"=\"a\\\\b\\\"c\"\r\n"},
+        {"", RegValue::string("dflt"), "@=\"dflt\"\r\n"},
+        {"D", RegValue::dword(0xABCDEF), "\"D\"=dword:00abcdef\r\n"},
+        {"B", RegValue{regtype::Binary, blob},
+         "\"B\"=hex:00,01,02,03,04,05,06,07,08,09,0a,0b,0c,0d,0e,0f,10,11,12,13,14,15,16,\\\r\n"
+         "  17,18,19,1a,1b,1c,1d\r\n"},
+        {"E", RegValue{regtype::ExpandString, bytes(std::string_view("%X%\0", 4))},
+         "\"E\"=hex(2):25,00,58,00,25,00,00,00\r\n"},
+        {"Q", RegValue{regtype::Qword, {1, 2, 3, 4, 5, 6, 7, 8}}, "\"Q\"=hex(b):01,02,03,04,05,06,07,08\r\n"},
+        {"Z", RegValue{regtype::String, bytes(std::string_view("a\0b\0", 4))},
+         "\"Z\"=hex(1):61,00,00,00,62,00,00,00\r\n"},
+    };
+    SimFolder f;
+    f.write("registry.reg", kHeader);
+    {
+        auto m = f.open();
+        std::unique_ptr<RegKey> k;
+        ASSERT_EQ(m->registry().createKey(Hive::CurrentUser, "T", RegView::Default, k), 0);
+        for (const auto& c : cases) ASSERT_EQ(k->setValue(c.name, c.value), 0) << c.name;
+    }
+    const std::string file = f.read("registry.reg");
+    auto m = f.open();
+    auto k = open(m->registry(), Hive::CurrentUser, "T");
+    for (const auto& c : cases) {
+        EXPECT_NE(file.find(c.line), std::string::npos) << c.line << "\nin\n" << file;
+        RegValue v;
+        ASSERT_EQ(k->queryValue(c.name, v), 0) << c.name;
+        EXPECT_EQ(v.type, c.value.type) << c.name;
+        EXPECT_EQ(v.data, c.value.data) << c.name;
+    }
+}
+
+TEST(SimRegistry, ViewsRedirectSoftwareOnA64BitOS) {
+    struct Case {
+        bool is64;
+        Hive hive;
+        const char* path;
+        RegView view;
+        const char* header;
+    } cases[] = {
+        {true, Hive::LocalMachine, "SOFTWARE\\A", RegView::Default, "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Wow6432Node\\A]"},
+        {true, Hive::LocalMachine, "Software\\A", RegView::View64, "[HKEY_LOCAL_MACHINE\\Software\\A]"},
+        {true, Hive::LocalMachine, "SOFTWARE\\Wow6432Node\\A", RegView::Default, "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Wow6432Node\\A]"},
+        {true, Hive::LocalMachine, "SYSTEM\\A", RegView::Default, "[HKEY_LOCAL_MACHINE\\SYSTEM\\A]"},
+        {true, Hive::CurrentUser, "SOFTWARE\\A", RegView::Default, "[HKEY_CURRENT_USER\\SOFTWARE\\A]"},
+        {false, Hive::LocalMachine, "SOFTWARE\\A", RegView::Default, "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]"},
+        {false, Hive::LocalMachine, "SOFTWARE\\A", RegView::View64, "[HKEY_LOCAL_MACHINE\\SOFTWARE\\A]"},
+    };
+    for (const auto& c : cases) {
+        SimFolder f(std::string(simtest::kMinimalIni) + "Is64BitOS=" + (c.is64 ? "1" : "0") + "\r\n");
+        auto m = f.open();
+        std::unique_ptr<RegKey> k;
+        ASSERT_EQ(m->registry().createKey(c.hive, c.path, c.view, k), 0);
+        std::string file = f.read("registry.reg");
+        EXPECT_NE(file.find(std::string(c.header) + "\r\n"), std::string::npos) << c.header << "\n" << file;
+    }
+}
+
+TEST(SimRegistry, EachViewSeesItsOwnValues) {
+    SimFolder f;
+    f.write("registry.reg", kHeader +
+                                "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Wow6432Node\\App]\r\n\"Bits\"=\"32\"\r\n\r\n"
+                                "[HKEY_LOCAL_MACHINE\\SOFTWARE\\App]\r\n\"Bits\"=\"64\"\r\n\r\n");
+    auto m = f.open();
+    RegValue v;
+    ASSERT_EQ(open(m->registry(), Hive::LocalMachine, "SOFTWARE\\App")->queryValue("Bits", v), 0);
+    EXPECT_EQ(v.data, sz("32"));
+    ASSERT_EQ(open(m->registry(), Hive::LocalMachine, "SOFTWARE\\App", RegView::View64)->queryValue("Bits", v), 0);
+    EXPECT_EQ(v.data, sz("64"));
+    // A key created below the hive root through the default view is redirected too.
+    auto root = open(m->registry(), Hive::LocalMachine, "");
+    std::unique_ptr<RegKey> sub;
+    ASSERT_EQ(root->createSubKey("SOFTWARE\\App", sub), 0);
+    ASSERT_EQ(sub->queryValue("Bits", v), 0);
+    EXPECT_EQ(v.data, sz("32"));
+}
+
+TEST(SimRegistry, ResultCodes) {
+    SimFolder f;
+    f.write("registry.reg", kSample);
+    auto m = f.open();
+    auto& reg = m->registry();
+    std::unique_ptr<RegKey> k;
+    RegValue v;
+    EXPECT_EQ(reg.openKey(Hive::LocalMachine, "SOFTWARE\\Nope", regaccess::Read, RegView::Default, k), 2);
+    EXPECT_EQ(reg.openKey(Hive::LocalMachine, "SOFTWARE\\\\VORNOD", regaccess::Read, RegView::Default, k), 87);
+    // Parents of a key in the file exist, as an import creates them.
+    EXPECT_EQ(reg.openKey(Hive::LocalMachine, "SYSTEM\\CurrentControlSet", regaccess::Read, RegView::Default, k), 0);
+    EXPECT_EQ(k->queryValue("Start", v), 2);
+
+    auto readOnly = open(reg, Hive::LocalMachine, "SOFTWARE\\VORNOD", RegView::Default, regaccess::Read);
+    EXPECT_EQ(readOnly->queryValue("Count", v), 0);
+    EXPECT_EQ(readOnly->setValue("Count", RegValue::dword(1)), 5);
+    EXPECT_EQ(readOnly->createSubKey("Sub", k), 5);
+    auto writeOnly = open(reg, Hive::LocalMachine, "SOFTWARE\\VORNOD", RegView::Default, regaccess::SetValue);
+    EXPECT_EQ(writeOnly->queryValue("Count", v), 5);
+    EXPECT_EQ(f.read("registry.reg"), kSample);  // nothing was written
+}
+
+TEST(SimRegistry, ImpliedKeyGetsItsOwnEntryWhenWritten) {
+    SimFolder f;
+    f.write("registry.reg", kSample);
+    {
+        auto m = f.open();
+        auto k = open(m->registry(), Hive::LocalMachine, "SYSTEM\\CurrentControlSet");
+        ASSERT_EQ(k->setValue("X", RegValue::string("y")), 0);
+    }
+    EXPECT_EQ(f.read("registry.reg"),
+              kSample + "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet]\r\n\"X\"=\"y\"\r\n\r\n");
+}
+
+TEST(SimRegistry, MissingFileIsAnEmptyRegistryCreatedOnWrite) {
+    SimFolder f;
+    {
+        auto m = f.open();
+        std::unique_ptr<RegKey> k;
+        EXPECT_EQ(m->registry().openKey(Hive::CurrentUser, "A", regaccess::Read, RegView::Default, k), 2);
+        ASSERT_EQ(m->registry().createKey(Hive::CurrentUser, "A", RegView::Default, k), 0);
+    }
+    EXPECT_EQ(f.read("registry.reg"), kHeader + "[HKEY_CURRENT_USER\\A]\r\n\r\n");
+}
+
+TEST(SimRegistry, MalformedFilesNameTheLine) {
+    const std::string key = "[HKEY_CURRENT_USER\\A]\r\n";
+    struct Case {
+        std::string text;
+        const char* message;
+    } cases[] = {
+        {"REGEDIT5\r\n", "registry.reg line 1: expected the header"},
+        {kHeader + "[HKEY_FOO\\X]\r\n", "registry.reg line 3: unknown root key \"HKEY_FOO\""},
+        {kHeader + "\"a\"=\"b\"\r\n", "registry.reg line 3: value before the first [key]"},
+        {kHeader + key + "\"a\"=dword:xyz\r\n", "registry.reg line 4: dword: needs 1 to 8 hex digits"},
+        {kHeader + key + "\"a\"=\"C:\\Temp\"\r\n", "registry.reg line 4: bad escape \\T"},
+        {kHeader + key + "\"a\"=\"open\r\n", "registry.reg line 4: quoted text is not closed"},
+        {kHeader + key + "\"a\"=hex:00,\\\r\n", "registry.reg line 4: continued value at the end of the file"},
+        {kHeader + key + "\"a\"=hex:00,\\\r\n  0g\r\n", "registry.reg line 5: bad byte \"0g\""},
+        {kHeader + key + "[HKEY_CURRENT_USER\\B\r\n", "registry.reg line 4: key line does not end with ]"},
+        {kHeader + key + "\"a\"=-\r\n", "registry.reg line 4: deleting values (=-) is not supported"},
+        {kHeader + "[-HKEY_CURRENT_USER\\A]\r\n", "registry.reg line 3: deleting keys"},
+        {kHeader + key + "junk\r\n", "registry.reg line 4: expected [key]"},
+        {kHeader + key + "\"a\" \"b\"\r\n", "registry.reg line 4: expected = after the value name"},
+        {std::string("\xFF\xFEW\0", 4), "registry.reg line 1: UTF-16 text is not supported"},
+    };
+    for (const auto& c : cases) {
+        SimFolder f;
+        f.write("registry.reg", c.text);
+        try {
+            f.open();
+            ADD_FAILURE() << "no error for: " << c.text;
+        } catch (const MachineError& e) {
+            EXPECT_EQ(std::string(e.what()).rfind(c.message, 0), 0u) << e.what();
+            EXPECT_EQ(std::string(e.what()).find('\n'), std::string::npos);
+        }
+    }
+}
+
+TEST(SimRegistry, Regedit4FilesKeepAnsiText) {
+    SimFolder f;
+    f.write("registry.reg", "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\A]\r\n\"P\"=hex(2):25,58,25,00\r\n\r\n");
+    auto m = f.open();
+    RegValue v;
+    ASSERT_EQ(open(m->registry(), Hive::CurrentUser, "a")->queryValue("p", v), 0);
+    EXPECT_EQ(v.data, bytes(std::string_view("%X%\0", 4)));
+}
