@@ -10,15 +10,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# GCC 12 reports -Wrestrict for std::string code at -O2/-O3 where there is
-# nothing to report (GCC bug 105651, fixed in GCC 13); with -Werror that
-# would stop the build.
-set(CMAKE_CXX_FLAGS_INIT "-Wno-restrict")
-
 # One self-contained executable: no libgcc/libstdc++/winpthread DLLs beside it.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
+# Release binaries ship without symbols.
+set(CMAKE_EXE_LINKER_FLAGS_RELEASE_INIT "-s")
+set(CMAKE_MODULE_LINKER_FLAGS_RELEASE_INIT "-s")
 
 # Tests run the built programs under wine64 (the 64-bit build only: 32-bit
 # Wine is not installable here). The wrapper finds the build tree's scratch

@@ -36,9 +36,13 @@ if [ ! -f "$WINEPREFIX/.kpm-ready" ]; then
     fi
   ) 9>"$WINEPREFIX.lock"
 fi
-# A server that outlives the program by a minute, started here with no ties
-# to the caller's output: one started by the program itself would hold ctest's
-# pipe open for its default linger time, and each run would pay the server's
-# start-up again.
-"$(dirname "$wine64")/wineserver" -p60 </dev/null >/dev/null 2>&1 || true
+# The session (wineserver, services.exe and the services it starts) is
+# started here, apart from the program and detached from the caller's output,
+# and kept for a minute after the last program ends. Started by the program
+# itself, its processes would hold the caller's pipes open (ctest would wait
+# for them) and every run would pay the session's start-up again.
+wineserver=$(dirname "$wine64")/wineserver
+if "$wineserver" -p60 </dev/null >/dev/null 2>&1; then
+  "$wine64" cmd.exe /c exit 0 </dev/null >/dev/null 2>&1
+fi
 exec "$wine64" "$@"

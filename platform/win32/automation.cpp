@@ -12,19 +12,6 @@ namespace platform::win32 {
 
 namespace {
 
-// CreateObject's errors: a class that is not there, or not an automation
-// object, is 429; anything else (a server DLL that cannot be loaded,
-// 0x8007007E) keeps its HRESULT.
-ComError creationError(HRESULT hr) {
-    switch (hr) {
-    case REGDB_E_CLASSNOTREG:
-    case CO_E_CLASSSTRING:
-    case CO_E_APPNOTFOUND:
-    case E_NOINTERFACE: return makeError(err::CannotCreateObject);
-    default: return errorFromHresult(hr);
-    }
-}
-
 class Win32Automation final : public Automation {
 public:
     // COM stays initialised for the life of the process: objects kept in the

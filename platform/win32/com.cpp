@@ -22,8 +22,15 @@ std::atomic<long> g_live{0};
 // back through COM is used as itself. (A pointer test, not a private
 // interface: an adapter of another module, with its own runtime, is a
 // foreign COM object to this one.)
-std::mutex g_adaptersLock;
-std::unordered_set<const IDispatch*> g_adapters;
+// Never destroyed: an adapter may be released during static destruction.
+struct AdapterSet {
+    std::mutex lock;
+    std::unordered_set<const IDispatch*> members;
+};
+AdapterSet& adapters() {
+    static AdapterSet* set = new AdapterSet;
+    return *set;
+}
 
 constexpr long kFacilityControl = 0xA;  // FACILITY_CONTROL: the runtime's own error numbers
 
@@ -128,13 +135,13 @@ class DispatchAdapter final : public IDispatch {
 public:
     explicit DispatchAdapter(std::shared_ptr<Dispatch> d) : d_(std::move(d)) {
         ++g_live;
-        std::lock_guard<std::mutex> lock(g_adaptersLock);
-        g_adapters.insert(this);
+        std::lock_guard<std::mutex> lock(adapters().lock);
+        adapters().members.insert(this);
     }
     ~DispatchAdapter() {
         --g_live;
-        std::lock_guard<std::mutex> lock(g_adaptersLock);
-        g_adapters.erase(this);
+        std::lock_guard<std::mutex> lock(adapters().lock);
+        adapters().members.erase(this);
     }
     DispatchAdapter(const DispatchAdapter&) = delete;
     DispatchAdapter& operator=(const DispatchAdapter&) = delete;
@@ -513,6 +520,16 @@ ComError errorFromHresult(HRESULT hr, EXCEPINFO* ei) {
     }
 }
 
+ComError creationError(HRESULT hr) {
+    switch (hr) {
+    case REGDB_E_CLASSNOTREG:
+    case CO_E_CLASSSTRING:
+    case CO_E_APPNOTFOUND:
+    case E_NOINTERFACE: return makeError(err::CannotCreateObject);
+    default: return errorFromHresult(hr);
+    }
+}
+
 void fillExcepInfo(const ComError& e, EXCEPINFO& ei) {
     ei = EXCEPINFO{};
     int32_t n = e.number();
@@ -532,8 +549,8 @@ void fillExcepInfo(const ComError& e, EXCEPINFO& ei) {
 std::shared_ptr<Dispatch> wrapDispatch(IDispatch* d) {
     if (!d) return nullptr;
     {
-        std::lock_guard<std::mutex> lock(g_adaptersLock);
-        if (g_adapters.count(d)) return static_cast<DispatchAdapter*>(d)->inner();
+        std::lock_guard<std::mutex> lock(adapters().lock);
+        if (adapters().members.count(d)) return static_cast<DispatchAdapter*>(d)->inner();
     }
     return std::make_shared<ComDispatch>(ComPtr<IDispatch>::share(d));
 }

@@ -34,6 +34,11 @@ void toVariant(const Variant& v, VARIANT& out);
 // (whose strings this releases); numbers raised by automation servers in the
 // FACILITY_CONTROL range (0x800A0000 + n) read as n, as the runtime shows them.
 ComError errorFromHresult(HRESULT hr, EXCEPINFO* ei = nullptr);
+// CreateObject's error for a failed CLSIDFromProgID / CoCreateInstance /
+// QueryInterface(IDispatch): a class that is not there, or is no automation
+// object, is 429; anything else keeps its HRESULT (a server DLL that cannot
+// be loaded is 0x8007007E).
+ComError creationError(HRESULT hr);
 // The reverse, for servers: the EXCEPINFO that reports `e` to a client.
 void fillExcepInfo(const ComError& e, EXCEPINFO& ei);
 

@@ -9,8 +9,8 @@
 #include "platform/win32/kencdec.h"
 #include "standins/cipher.h"
 
-extern "C" __declspec(dllexport) long __stdcall EncryptData(char* buffer, long length);
-extern "C" __declspec(dllexport) long __stdcall DecryptData(char* buffer, long length);
+extern "C" long __stdcall EncryptData(char* buffer, long length);  // exported by KEncDec.def
+extern "C" long __stdcall DecryptData(char* buffer, long length);
 
 namespace {
 

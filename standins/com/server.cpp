@@ -17,7 +17,6 @@
 #include <objbase.h>
 #include <olectl.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -37,8 +36,9 @@ HMODULE g_module = nullptr;
 LONG g_locks = 0;
 
 std::string standinsFolder() {
-    const char* dir = std::getenv("KPM_STANDINS_DIR");
-    std::string d = dir && *dir ? dir : "C:\\KPMStandins";
+    char dir[MAX_PATH] = "";
+    DWORD n = GetEnvironmentVariableA("KPM_STANDINS_DIR", dir, sizeof dir);
+    std::string d = n > 0 && n < sizeof dir ? std::string(dir, n) : "C:\\KPMStandins";
     while (!d.empty() && (d.back() == '\\' || d.back() == '/')) d.pop_back();
     return d;
 }

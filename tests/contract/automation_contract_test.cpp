@@ -10,6 +10,7 @@
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "standins/com/echo.h"
+#include "standins/update_service_manager.h"
 
 namespace {
 
@@ -213,9 +214,14 @@ TEST_F(Automation, FileSystemObjectSeesTheFiles) {
     }
 }
 
-TEST_F(Automation, TheUpdateServiceManagerStandInIsCreatable) {
+TEST_F(Automation, TheUpdateServiceManagerStandInAddsTheMicrosoftUpdateService) {
     Object m = automation().createObject("Microsoft.Update.ServiceManager");
     m.put("ClientApplicationID", "KPMContract");
+    EXPECT_EQ("KPMContract", m.get("ClientApplicationID").toString());
+    Object registration = m.call("AddService2", standins::kMicrosoftUpdateServiceId, 7, "").toObject();
+    EXPECT_EQ(standins::kMicrosoftUpdateServiceId, registration.get("ServiceID").toString());
+    Object service = registration.obj("Service");
+    EXPECT_EQ(standins::kMicrosoftUpdateServiceId, service.get("ServiceID").toString());
     EXPECT_EQ(err::NoSuchMember, errorOf([&] { m.call("NoSuchMethod"); }).number());
 }
 

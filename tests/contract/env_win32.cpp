@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include "contract_env.h"
+#include "platform/win32/handles.h"
 #include "platform/win32/win32_host.h"
 
 namespace contract {
@@ -21,8 +22,8 @@ void removeKeys(const std::string& path) {
 
 void removeTree(const std::string& dir) {
     WIN32_FIND_DATAA data;
-    HANDLE find = FindFirstFileA((dir + "\\*").c_str(), &data);
-    if (find != INVALID_HANDLE_VALUE) {
+    platform::win32::UniqueFind find(FindFirstFileA((dir + "\\*").c_str(), &data));
+    if (find) {
         do {
             std::string name = data.cFileName;
             if (name == "." || name == "..") continue;
@@ -30,9 +31,9 @@ void removeTree(const std::string& dir) {
             SetFileAttributesA(full.c_str(), FILE_ATTRIBUTE_NORMAL);
             if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) removeTree(full);
             else DeleteFileA(full.c_str());
-        } while (FindNextFileA(find, &data));
-        FindClose(find);
+        } while (FindNextFileA(find.get(), &data));
     }
+    find.reset();
     RemoveDirectoryA(dir.c_str());
 }
 
@@ -54,12 +55,12 @@ public:
     bool underWine() const override { return true; }
 
     bool readOnlyStopsWriting() override {
+        using platform::win32::UniqueFile;
         const std::string probe = folder_ + "\\readonly.probe";
-        HANDLE h = CreateFileA(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY, nullptr);
-        if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
-        h = CreateFileA(probe.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-        bool stops = h == INVALID_HANDLE_VALUE;
-        if (!stops) CloseHandle(h);
+        UniqueFile(CreateFileA(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_READONLY,
+                               nullptr));
+        const bool stops = !UniqueFile(CreateFileA(probe.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                                   FILE_ATTRIBUTE_NORMAL, nullptr));
         SetFileAttributesA(probe.c_str(), FILE_ATTRIBUTE_NORMAL);
         DeleteFileA(probe.c_str());
         return stops;

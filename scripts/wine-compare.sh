@@ -1,0 +1,121 @@
+#!/usr/bin/env bash
+# wine-compare.sh --exe KPMDwld.exe --standins KPMStandins.dll --cipher KEncDec.dll --sim kpmdwld-sim [--work DIR]
+#
+# The same machine twice: the demo machine (examples/demo-machine) turned into
+# a Wine prefix and passed through the real KPMDwld.exe, and the same folder
+# passed through the simulated machine at the same moment. The activity logs
+# (entries without their date-time), "SchPatch.ini" (stamps to the minute)
+# and the agent's registry key must come out the same.
+# Exit status: 0 the same, 1 they differ, 77 skipped (no wine64).
+set -u
+root=$(cd "$(dirname "$0")/.." && pwd)
+exe="" standins="" cipher="" sim="" work=""
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --exe) exe=$2; shift 2 ;;
+    --standins) standins=$2; shift 2 ;;
+    --cipher) cipher=$2; shift 2 ;;
+    --sim) sim=$2; shift 2 ;;
+    --work) work=$2; shift 2 ;;
+    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --sim KPMDWLD_SIM [--work DIR]" >&2; exit 2 ;;
+  esac
+done
+for f in "$exe" "$standins" "$cipher" "$sim"; do
+  [ -n "$f" ] && [ -f "$f" ] || { echo "wine-compare: missing input '$f'" >&2; exit 2; }
+done
+wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
+[ -x "$wine64" ] || { echo "SKIPPED: wine64 not available"; exit 77; }
+wineserver=$(dirname "$wine64")/wineserver
+[ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-compare.XXXXXX)
+work=$(realpath -m "$work")
+rm -rf "$work" && mkdir -p "$work"
+
+export WINEDEBUG=-all LC_ALL=C.UTF-8 WINEDLLOVERRIDES="mscoree,mshtml="
+export WINEPREFIX=$work/prefix
+demo=$root/examples/demo-machine
+program='BaseComponents/PatchManagement'
+install_rel='Program Files/VORN/VORNMobile'
+
+# The Windows side: the demo's files on drive C:, its registry imported, the
+# real executable where the machine's ExePath puts it, the stand-ins beside it.
+"$wine64" wineboot --init >/dev/null 2>&1
+cp -r "$demo/drives/C/." "$WINEPREFIX/drive_c/"
+prog="$WINEPREFIX/drive_c/$install_rel/$program"
+cp "$exe" "$prog/KPMDwld.exe"
+cp "$cipher" "$prog/KEncDec.dll"
+mkdir -p "$WINEPREFIX/drive_c/KPMStandins"
+cp "$standins" "$WINEPREFIX/drive_c/KPMStandins/KPMStandins.dll"
+"$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1
+cp "$demo/registry.reg" "$work/demo.reg"
+"$wine64" regedit /S "$(WINEPREFIX=$WINEPREFIX "$wine64" winepath -w "$work/demo.reg" 2>/dev/null)" >/dev/null 2>&1
+
+# The simulated side: the same folder.
+cp -r "$demo" "$work/sim-machine"
+
+# Both at the same moment (the schedule decides by the clock).
+now=$(date +%Y-%m-%dT%H:%M:%S)
+(cd "$prog" && timeout 600 "$wine64" 'C:\Program Files\VORN\VORNMobile\BaseComponents\PatchManagement\KPMDwld.exe' \
+  >"$work/wine.out" 2>&1)
+wine_rc=$?
+"$sim" --now "$now" "$work/sim-machine" >"$work/sim.out" 2>&1
+sim_rc=$?
+
+failures=0
+fail() { echo "  FAIL: $*"; failures=$((failures + 1)); }
+ok() { echo "  ok: $*"; }
+[ "$wine_rc" = "$sim_rc" ] && ok "exit codes $wine_rc" || fail "exit codes: Wine $wine_rc, simulated $sim_rc"
+
+# Logs: header lines but the date, then every entry without its date-time.
+# Wine makes its own 8.3 aliases (PROG~FBU where Windows has PROGRA~1), so a
+# path component with a "~" is compared as "~".
+log_rel="$install_rel/$program/ApplicationLog/wppatchmanagementDownload_R1024_patchlog.log"
+normal_log() {
+  [ -f "$1" ] || { echo "(no log)"; return; }
+  tr -d '\r' < "$1" | awk -F'\t' '/^#Date: /{print "#Date: (when)"; next} /^#/{print; next} {sub(/^[^\t]*\t/, ""); print}' |
+    sed -E 's/[A-Za-z0-9_$-]*~[A-Za-z0-9_]+/~/g'
+}
+normal_log "$WINEPREFIX/drive_c/$log_rel" >"$work/wine.log"
+normal_log "$work/sim-machine/drives/C/$log_rel" >"$work/sim.log"
+if diff -u "$work/sim.log" "$work/wine.log" >"$work/log.diff"; then
+  ok "activity logs match ($(grep -vc "^#" "$work/wine.log") lines at $now)"
+else
+  fail "activity logs differ (- simulated, + Wine):"; sed 's/^/    /' "$work/log.diff" | head -n 60
+fi
+
+# "SchPatch.ini": the same sections and keys; stamps compared to the minute.
+normal_ini() {
+  local f
+  f=$(find "$1" -iname 'SchPatch.ini' | head -n 1)
+  [ -n "$f" ] || { echo "(no SchPatch.ini)"; return; }
+  tr -d '\r' < "$f" | sed -E 's#^(LDwnRDate=[0-9/]+ [0-9]{2}:[0-9]{2}):[0-9]{2}$#\1#'
+}
+normal_ini "$WINEPREFIX/drive_c/$install_rel/$program" >"$work/wine.ini"
+normal_ini "$work/sim-machine/drives/C/$install_rel/$program" >"$work/sim.ini"
+diff -u "$work/sim.ini" "$work/wine.ini" >"$work/ini.diff" && ok "SchPatch.ini matches" \
+  || { fail "SchPatch.ini differs:"; sed 's/^/    /' "$work/ini.diff"; }
+
+# The agent's key as each side's registry holds it after the pass.
+"$wine64" regedit /E "$(WINEPREFIX=$WINEPREFIX "$wine64" winepath -w "$work/wine-agent.reg")" \
+  'HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\VORNOD' >/dev/null 2>&1
+agent_values() {  # the value lines of the agent's key in a .reg file (any encoding)
+  local text
+  if head -c 2 "$1" | od -An -tx1 | grep -q 'ff fe'; then text=$(iconv -f UTF-16LE -t UTF-8 "$1"); else text=$(cat "$1"); fi
+  printf '%s\n' "$text" | tr -d '\r' | sed 's/^\xEF\xBB\xBF//' | awk '
+    /^\[/ { inkey = (tolower($0) == "[hkey_local_machine\\software\\wow6432node\\vornod]"); next }
+    inkey && NF { print }' | sort
+}
+agent_values "$work/wine-agent.reg" >"$work/wine-agent.txt"
+agent_values "$work/sim-machine/registry.reg" >"$work/sim-agent.txt"
+if [ -s "$work/wine-agent.txt" ] && diff -u "$work/sim-agent.txt" "$work/wine-agent.txt" >"$work/reg.diff"; then
+  ok "agent registry key matches ($(wc -l <"$work/wine-agent.txt") values)"
+else
+  fail "agent registry key differs:"; sed 's/^/    /' "$work/reg.diff" 2>/dev/null
+fi
+
+"$wineserver" -k >/dev/null 2>&1 || true
+if [ "$failures" -gt 0 ]; then
+  echo "wine-compare: $failures differences (work folder kept: $work)"
+  exit 1
+fi
+echo "wine-compare: the Wine pass and the simulated pass agree"
+exit 0

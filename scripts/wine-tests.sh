@@ -1,0 +1,119 @@
+#!/usr/bin/env bash
+# wine-tests.sh: the Windows builds of KPMDwld and their checks.
+#   1. mingw32-release: the shipping 32-bit KPMDwld.exe, and its imports
+#   2. mingw64-release: the 64-bit build (what wine64 runs) with the contract tests
+#   3. under wine64: the contract tests, the 64-bit imports, whole passes, and
+#      the demo machine passed through the real exe and the simulated machine
+#      (scripts/wine-compare.sh: the two must agree)
+# Prints a summary; exits non-zero when anything failed. Where wine64 is not
+# available (and cannot be installed) the builds and import checks still run
+# and the Wine part prints "SKIPPED: wine64 not available".
+# Each step's output is in build/wine-tests/<step>.log.
+set -u
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+logs=$root/build/wine-tests
+mkdir -p "$logs"
+jobs=${KPM_JOBS:-2}
+
+results=()
+failed=0
+started=$SECONDS
+
+# step NAME COMMAND...: runs a step, logs it, records PASS/FAIL with its time.
+step() {
+  local name=$1; shift
+  local log=$logs/$(echo "$name" | tr ' /' '__').log t0=$SECONDS
+  printf '%-52s ' "$name"
+  if "$@" >"$log" 2>&1; then
+    echo "PASS ($((SECONDS - t0)) s)"
+    results+=("PASS  $name")
+  else
+    echo "FAIL ($((SECONDS - t0)) s), log: ${log#$root/}"
+    tail -n 40 "$log" | sed 's/^/    | /'
+    results+=("FAIL  $name")
+    failed=1
+  fi
+}
+skip() {
+  printf '%-52s SKIPPED: %s\n' "$1" "$2"
+  results+=("SKIP  $1 ($2)")
+}
+
+for cc in i686-w64-mingw32-g++-posix x86_64-w64-mingw32-g++-posix; do
+  if ! command -v "$cc" >/dev/null; then
+    echo "SKIPPED: MinGW-w64 not available ($cc)"
+    exit 0
+  fi
+done
+
+# wine64 lives in /usr/lib/wine on Debian. Installed when missing and this
+# is a Debian system we may install on.
+find_wine() { command -v wine64 || { [ -x /usr/lib/wine/wine64 ] && echo /usr/lib/wine/wine64; }; }
+wine64=$(find_wine)
+if [ -z "$wine64" ] && [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null && [ -z "${KPM_NO_INSTALL:-}" ]; then
+  echo "wine64 is missing: installing it (apt-get install wine64)"
+  timeout 900 apt-get install -y --no-install-recommends wine64 >"$logs/install-wine.log" 2>&1 || true
+  wine64=$(find_wine)
+fi
+
+pe_check() {  # OBJDUMP FILE FORMAT: the PE format and the GUI subsystem of an executable
+  local objdump=$1 file=$2 format=$3
+  "$objdump" -f "$file" | grep -q "file format $format" || { echo "$file is not $format"; return 1; }
+  "$objdump" -p "$file" | grep -q 'Subsystem.*Windows GUI' || { echo "$file is not a GUI-subsystem program"; return 1; }
+  echo "$file: $format, Windows GUI subsystem"
+}
+
+build32=build/mingw32 build64=build/mingw64
+step "build mingw32-release (shipping KPMDwld.exe)" \
+  sh -c "cmake --preset mingw32-release && cmake --build --preset mingw32-release -j $jobs"
+check32() {
+  "$root/scripts/check-imports.sh" i686-w64-mingw32-objdump $build32/platform/win32/KPMDwld.exe &&
+    pe_check i686-w64-mingw32-objdump $build32/platform/win32/KPMDwld.exe pei-i386
+}
+step "32-bit KPMDwld.exe: PE32, GUI, system DLLs only" check32
+step "build mingw64-release (+ contract tests)" \
+  sh -c "cmake --preset mingw64-release && cmake --build --preset mingw64-release -j $jobs"
+step "64-bit KPMDwld.exe and stand-ins: system DLLs only" \
+  "$root/scripts/check-imports.sh" x86_64-w64-mingw32-objdump $build64/platform/win32/KPMDwld.exe \
+  $build64/standins/com/KPMStandins.dll $build64/standins/com/KEncDec.dll
+
+if [ -z "$wine64" ]; then
+  skip "contract and binding tests under wine64" "wine64 not available"
+  skip "whole passes under wine64" "wine64 not available"
+  echo "SKIPPED: wine64 not available"
+else
+  export PATH="$PATH:$(dirname "$wine64")"
+  # A fresh scratch prefix for the contract tests, ended afterwards.
+  prefix=$root/$build64/wineprefix
+  WINEPREFIX=$prefix wineserver -k >/dev/null 2>&1 || true
+  rm -rf "$prefix" "$prefix.lock"
+  step "contract and binding tests under wine64" \
+    ctest --no-tests=error --test-dir $build64 -R '^(contract|win32)\.' -j 1 --output-on-failure --timeout 300
+  WINEPREFIX=$prefix wineserver -k >/dev/null 2>&1 || true
+  step "whole passes of KPMDwld.exe under wine64" \
+    ctest --no-tests=error --test-dir $build64 -R '^wine\.whole_pass$' --output-on-failure -V
+  # The same machine on both sides: needs the native runner (scripts/test.sh builds it first).
+  sim_bin=${KPM_SIM:-}
+  for candidate in build/linux-debug/kpmdwld-sim build/linux-release/kpmdwld-sim; do
+    [ -z "$sim_bin" ] && [ -x "$candidate" ] && sim_bin=$candidate
+  done
+  if [ -n "$sim_bin" ]; then
+    step "demo machine: Wine pass matches the simulated pass" \
+      "$root/scripts/wine-compare.sh" --exe $build64/platform/win32/KPMDwld.exe \
+      --standins $build64/standins/com/KPMStandins.dll --cipher $build64/standins/com/KEncDec.dll \
+      --sim "$sim_bin" --work "$logs/compare"
+  else
+    skip "demo machine: Wine pass matches the simulated pass" "no native kpmdwld-sim built"
+  fi
+fi
+
+echo
+echo "== Windows build summary ($((SECONDS - started)) s)"
+printf '  %s\n' "${results[@]}"
+if [ $failed -ne 0 ]; then
+  echo "wine-tests: FAILED"
+  exit 1
+fi
+echo "wine-tests: all passed"
+exit 0
