@@ -38,32 +38,14 @@ VARIANT_BOOL toVariantBool(bool b) { return b ? VARIANT_TRUE : VARIANT_FALSE; }
 
 // ---- server side -----------------------------------------------------------
 
-class EnumVariant final : public IEnumVARIANT {
+class EnumVariant final : public ComObject<IEnumVARIANT> {
 public:
     EnumVariant(std::shared_ptr<const std::vector<Variant>> items, size_t pos)
-        : items_(std::move(items)), pos_(pos) {
+        : ComObject(IID_IEnumVARIANT), items_(std::move(items)), pos_(pos) {
         ++g_live;
     }
-    ~EnumVariant() { --g_live; }
-    EnumVariant(const EnumVariant&) = delete;
-    EnumVariant& operator=(const EnumVariant&) = delete;
+    ~EnumVariant() override { --g_live; }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-        if (!out) return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IEnumVARIANT)) {
-            *out = static_cast<IEnumVARIANT*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&refs_)); }
-    ULONG STDMETHODCALLTYPE Release() override {
-        LONG n = InterlockedDecrement(&refs_);
-        if (n == 0) delete this;
-        return static_cast<ULONG>(n);
-    }
 
     HRESULT STDMETHODCALLTYPE Next(ULONG count, VARIANT* out, ULONG* fetched) override {
         if (!out) return E_POINTER;
@@ -97,7 +79,6 @@ public:
     }
 
 private:
-    LONG refs_ = 1;
     std::shared_ptr<const std::vector<Variant>> items_;
     size_t pos_;
 };
@@ -131,39 +112,21 @@ void storeByRef(const VARIANT& ref, const Variant& value) {
     }
 }
 
-class DispatchAdapter final : public IDispatch {
+class DispatchAdapter final : public ComObject<IDispatch> {
 public:
-    explicit DispatchAdapter(std::shared_ptr<Dispatch> d) : d_(std::move(d)) {
+    explicit DispatchAdapter(std::shared_ptr<Dispatch> d) : ComObject(IID_IDispatch), d_(std::move(d)) {
         ++g_live;
         std::lock_guard<std::mutex> lock(adapters().lock);
         adapters().members.insert(this);
     }
-    ~DispatchAdapter() {
+    ~DispatchAdapter() override {
         --g_live;
         std::lock_guard<std::mutex> lock(adapters().lock);
         adapters().members.erase(this);
     }
-    DispatchAdapter(const DispatchAdapter&) = delete;
-    DispatchAdapter& operator=(const DispatchAdapter&) = delete;
 
     const std::shared_ptr<Dispatch>& inner() const { return d_; }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-        if (!out) return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch)) {
-            *out = static_cast<IDispatch*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&refs_)); }
-    ULONG STDMETHODCALLTYPE Release() override {
-        LONG n = InterlockedDecrement(&refs_);
-        if (n == 0) delete this;
-        return static_cast<ULONG>(n);
-    }
 
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
         if (!count) return E_POINTER;
@@ -259,7 +222,6 @@ public:
     }
 
 private:
-    LONG refs_ = 1;
     std::shared_ptr<Dispatch> d_;
     std::vector<std::string> names_;  // DISPID n is names_[n - 1]
 };

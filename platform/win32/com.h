@@ -51,6 +51,38 @@ std::shared_ptr<Dispatch> wrapDispatch(IDispatch* d);
 // "_NewEnum" (DISPID_NEWENUM) enumerates through d->enumerate().
 IDispatch* newDispatchAdapter(std::shared_ptr<Dispatch> d);
 
+// IUnknown for a server-side object that exposes one interface: starts with
+// one reference (the creator's) and deletes itself on its last Release.
+template <class Interface>
+class ComObject : public Interface {
+public:
+    explicit ComObject(const IID& iid) : iid_(iid) {}
+    virtual ~ComObject() = default;
+    ComObject(const ComObject&) = delete;
+    ComObject& operator=(const ComObject&) = delete;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+        if (!out) return E_POINTER;
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, iid_)) {
+            *out = static_cast<Interface*>(this);
+            this->AddRef();
+            return S_OK;
+        }
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&refs_)); }
+    ULONG STDMETHODCALLTYPE Release() override {
+        LONG n = InterlockedDecrement(&refs_);
+        if (n == 0) delete this;
+        return static_cast<ULONG>(n);
+    }
+
+private:
+    const IID& iid_;
+    LONG refs_ = 1;
+};
+
 // Server-side COM objects alive in this module (for DllCanUnloadNow).
 long liveComObjects();
 

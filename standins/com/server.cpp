@@ -65,26 +65,10 @@ const ClassEntry kClasses[] = {
      newUpdateServiceManager},
 };
 
-class ClassFactory final : public IClassFactory {
+class ClassFactory final : public platform::win32::ComObject<IClassFactory> {
 public:
-    explicit ClassFactory(const ClassEntry& entry) : entry_(entry) {}
+    explicit ClassFactory(const ClassEntry& entry) : ComObject(IID_IClassFactory), entry_(entry) {}
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-        if (!out) return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
-            *out = static_cast<IClassFactory*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&refs_)); }
-    ULONG STDMETHODCALLTYPE Release() override {
-        LONG n = InterlockedDecrement(&refs_);
-        if (n == 0) delete this;
-        return static_cast<ULONG>(n);
-    }
 
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
         if (!out) return E_POINTER;
@@ -107,7 +91,6 @@ public:
     }
 
 private:
-    LONG refs_ = 1;
     const ClassEntry& entry_;
 };
 
