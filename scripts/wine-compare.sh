@@ -52,7 +52,14 @@ cp "$demo/registry.reg" "$work/demo.reg"
 # The simulated side: the same folder.
 cp -r "$demo" "$work/sim-machine"
 
-# Both at the same moment (the schedule decides by the clock).
+# Both at the same moment (the schedule decides by the clock). Near an edge of
+# the demo's windows (16:00, 17:00) or midnight the two could fall on either
+# side of it, so such a moment is waited out.
+seconds_of_day() { echo $((10#$(date +%H) * 3600 + 10#$(date +%M) * 60 + 10#$(date +%S))); }
+for edge in 57600 61200 86400 0; do
+  gap=$((edge - $(seconds_of_day)))
+  if [ "$gap" -ge -30 ] && [ "$gap" -le 30 ]; then sleep $((gap + 31)); fi
+done
 now=$(date +%Y-%m-%dT%H:%M:%S)
 (cd "$prog" && timeout 600 "$wine64" 'C:\Program Files\VORN\VORNMobile\BaseComponents\PatchManagement\KPMDwld.exe' \
   >"$work/wine.out" 2>&1)
