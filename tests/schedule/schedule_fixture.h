@@ -16,19 +16,15 @@ namespace schedtest {
 
 inline const std::string kSchPatch = std::string(kpmtest::kProgramFolder) + "\\SchPatch.ini";
 
-// Opens the machine with the pass state reset, the agent's install path known
-// and the activity log in its usual place (as after start-up).
-inline void openWithLog(kpmtest::TestMachine& machine, const char* iso) {
-    machine.makeFolder(std::string(kpmtest::kProgramFolder) + "\\ApplicationLog");
-    machine.open(kpmtest::at(iso));
-    kpm::agentSettings.InstallPath = kpmtest::kInstallPath;
-    kpm::LogFilePath = kpmtest::kLogPath;
-}
-
 class ScheduleFixture : public ::testing::Test {
 protected:
+    // Opens the machine with the pass state reset, the agent's install path
+    // known and the activity log in its usual place (as after start-up).
     void open(const char* iso) {
-        openWithLog(machine, iso);
+        machine.makeFolder(std::string(kpmtest::kProgramFolder) + "\\ApplicationLog");
+        machine.open(kpmtest::at(iso));
+        kpm::agentSettings.InstallPath = kpmtest::kInstallPath;
+        kpm::LogFilePath = kpmtest::kLogPath;
         folder = kpm::ProgramFolderShort();
         logStart = machine.logMessages().size();
     }
@@ -40,22 +36,8 @@ protected:
         return {all.begin() + static_cast<long>(std::min(logStart, all.size())), all.end()};
     }
 
-    // "SchPatch.ini" as "Section|key=value" lines in file order; blank lines dropped.
-    std::vector<std::string> iniEntries() const {
-        std::vector<std::string> out;
-        if (!machine.exists(kSchPatch)) return out;
-        std::string text = machine.read(kSchPatch), section, line;
-        for (size_t pos = 0; pos <= text.size();) {
-            size_t end = text.find('\n', pos);
-            line = text.substr(pos, end == std::string::npos ? std::string::npos : end - pos);
-            pos = end == std::string::npos ? text.size() + 1 : end + 1;
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            if (line.empty()) continue;
-            if (line.front() == '[') section = line.substr(1, line.find(']') - 1);
-            else out.push_back(section + "|" + line);
-        }
-        return out;
-    }
+    // "SchPatch.ini" as it stands; empty when there is none.
+    std::string schPatch() const { return machine.exists(kSchPatch) ? machine.read(kSchPatch) : ""; }
 
     kpmtest::TestMachine machine;
     std::string folder;  // the program folder, short form, as the entries name it

@@ -19,6 +19,7 @@ const std::string kMsUpd = std::string(kpmtest::kProgramFolder) + "\\MSUpd.xml";
 struct Sched {
     std::string type = "1", dates = "", week = "0", days = "1", from = "16:00", to = "17:00";
 };
+const Sched kIn, kLate{"1", "", "0", "1", "18:00", "19:00"};  // Sunday 16:00 to 17:00, or 18:00 to 19:00
 
 // A schedule element whose children are named freely: only their positions count.
 // `count` children; `extra` puts given texts (or whole elements) at given positions.
@@ -36,10 +37,10 @@ std::string element(const char* tag, const Sched& s, int count,
     return out + "</" + tag + ">";
 }
 
-std::string msUpd(const Sched& s, const std::string& upcls, const std::string& flag = "1",
-                  bool flagByName = true) {
-    std::string gateway = flagByName ? "<AlwaysDwnldGateway>" + flag + "</AlwaysDwnldGateway>"
-                                     : "<gw>" + flag + "</gw>";
+std::string gw(const std::string& flag) { return "<AlwaysDwnldGateway>" + flag + "</AlwaysDwnldGateway>"; }
+const std::string kUnnamedFlag = "<gw>1</gw>";  // at the flag's position, but not found by path
+
+std::string msUpd(const Sched& s, const std::string& upcls, const std::string& gateway = gw("1")) {
     return "<?xml version=\"1.0\"?><patchconfig>" + element("autopatchdeploy", s, 29, {{28, gateway}}) +
            upcls + "</patchconfig>";
 }
@@ -47,10 +48,10 @@ std::string msUpd(const Sched& s, const std::string& upcls, const std::string& f
 const std::string kProducts =
     "<upcls name=\"Security Updates\" scope=\"AL\" products=\"Windows 10#@#Office 2016\"/>";
 
-std::vector<std::string> dowSch(const std::string& section, const Sched& s, const std::string& dt) {
-    return {section + "|FTIME=" + s.from,       section + "|ToTime=" + s.to,
-            section + "|ScheduleType=" + s.type, section + "|MonthDateValue=" + s.dates,
-            section + "|MonthWeekValue=" + s.week, section + "|DT=" + dt};
+// The section the reader writes to "SchPatch.ini", in its order.
+std::string dowSch(const std::string& section, const Sched& s, const std::string& dt) {
+    return "[" + section + "]\r\nFTIME=" + s.from + "\r\nToTime=" + s.to + "\r\nScheduleType=" + s.type +
+           "\r\nMonthDateValue=" + s.dates + "\r\nMonthWeekValue=" + s.week + "\r\nDT=" + dt + "\r\n";
 }
 
 class ScheduleReader : public schedtest::ScheduleFixture {
@@ -65,44 +66,33 @@ TEST_F(ScheduleReader, MicrosoftScheduleCases) {
     const std::string notDue = info("ModWebPost", "fncWebPost", "Download is not configured or the time has not come: N");
     const std::string noProduct = info("ModWebPost", "fncWebPost",
                                        "None of the Intended Product configured, Hence skipping the Patch Assessment");
-    Sched in;  // Sunday 16:00 to 17:00
-    Sched type4 = in;
-    type4.type = " 4 ";
-    Sched type4Read = in;  // element text comes without its edge blanks
-    type4Read.type = "4";
-    Sched late = in;
-    late.from = "18:00", late.to = "19:00";
+    const Sched& in = kIn;
 
     struct Case {
         const char* why;
         std::string xml;
         std::string decision, enabled, gateway, scope;
-        std::vector<std::string> ini;
+        std::string ini;
         std::vector<std::string> moreLog;  // after the "found" and content entries
     };
-    const std::string dt = "2026-11-15";
+    const std::string dt = "2026-11-15", due = dowSch("DowSchTime", in, dt);
     const std::vector<Case> cases = {
-        {"due, products configured", msUpd(in, kProducts), "Y", "1", "1", "AL", dowSch("DowSchTime", in, dt), {}},
-        {"not due", msUpd(late, kProducts), "N", "0", "", "", dowSch("DowSchTime", late, dt), {notDue}},
-        {"type 4 with blanks", msUpd(type4, kProducts), "Y", "0", "1", "AL", dowSch("DowSchTime", type4Read, dt), {}},
-        {"no upcls element", msUpd(in, ""), "Y", "0", "1", "", dowSch("DowSchTime", in, dt), {noProduct}},
+        {"not due", msUpd(kLate, kProducts), "N", "0", "", "", dowSch("DowSchTime", kLate, dt), {notDue}},
+        // Element text comes without its edge blanks.
+        {"type 4 with blanks", msUpd(Sched{" 4 "}, kProducts), "Y", "0", "1", "AL", dowSch("DowSchTime", Sched{"4"}, dt), {}},
         {"upcls without products", msUpd(in, "<upcls a=\"Critical\" b=\"X1\" c=\"\"/><upcls a=\"x\" b=\"X2\" c=\"\"/>"),
-         "Y", "0", "1", "X2", dowSch("DowSchTime", in, dt), {noProduct}},
-        {"second upcls has products", msUpd(in, "<upcls a=\"x\" b=\"X1\" c=\"\"/>" + kProducts + "<upcls a=\"y\" b=\"X3\" c=\"P\"/>"),
-         "Y", "1", "1", "AL", dowSch("DowSchTime", in, dt), {}},
-        {"upcls with two attributes ends the reader", msUpd(in, "<upcls a=\"x\" b=\"X1\"/>"), "Y", "1", "1", "X1",
-         dowSch("DowSchTime", in, dt), {}},
-        {"flag found by path, taken by position", msUpd(in, kProducts, "0"), "Y", "1", "0", "AL", dowSch("DowSchTime", in, dt), {}},
-        {"empty flag is 0", msUpd(in, kProducts, ""), "Y", "1", "0", "AL", dowSch("DowSchTime", in, dt), {}},
-        {"flag not found by path", msUpd(in, kProducts, "1", false), "Y", "1", "0", "AL", dowSch("DowSchTime", in, dt), {}},
-        {"flag element at another position",
-         "<r>" + element("autopatchdeploy", in, 10, {{9, "<AlwaysDwnldGateway>1</AlwaysDwnldGateway>"}}) + kProducts + "</r>",
-         "Y", "1", "", "", dowSch("DowSchTime", in, dt), {}},
+         "Y", "0", "1", "X2", due, {noProduct}},
+        {"due; the first upcls naming products ends the reader", msUpd(in, "<upcls a=\"x\" b=\"X1\" c=\"\"/>" + kProducts + "<upcls a=\"y\" b=\"X3\" c=\"P\"/>"),
+         "Y", "1", "1", "AL", due, {}},
+        {"upcls with two attributes ends the reader", msUpd(in, "<upcls a=\"x\" b=\"X1\"/>"), "Y", "1", "1", "X1", due, {}},
+        {"empty flag is 0", msUpd(in, kProducts, gw("")), "Y", "1", "0", "AL", due, {}},
+        {"flag not found by path", msUpd(in, kProducts, kUnnamedFlag), "Y", "1", "0", "AL", due, {}},
+        {"flag element at another position", "<r>" + element("autopatchdeploy", in, 10, {{9, gw("1")}}) + kProducts + "</r>",
+         "Y", "1", "", "", due, {}},
         {"only five children", "<r>" + element("autopatchdeploy", in, 5) + kProducts + "</r>", "", "", "", "",
-         {"DowSchTime|FTIME=16:00"}, {}},
-        {"a single child", "<r><autopatchdeploy><k0>1</k0></autopatchdeploy>" + kProducts + "</r>", "", "", "", "", {}, {}},
-        {"truncated document", msUpd(in, kProducts).substr(0, 120), "", "", "", "", {}, {}},
-        {"no schedule element", "<r>" + kProducts + "</r>", "", "", "", "", {}, {}},
+         "[DowSchTime]\r\nFTIME=16:00\r\n", {}},
+        {"a single child", "<r><autopatchdeploy><k0>1</k0></autopatchdeploy>" + kProducts + "</r>", "", "", "", "", "", {}},
+        {"truncated document", msUpd(in, kProducts).substr(0, 120), "", "", "", "", "", {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.why);
@@ -115,7 +105,7 @@ TEST_F(ScheduleReader, MicrosoftScheduleCases) {
         EXPECT_EQ(scheduleSettings.PatchDownloadEnabled, c.enabled);
         EXPECT_EQ(scheduleSettings.AlwaysDownloadViaGateway, c.gateway);
         EXPECT_EQ(scheduleSettings.UpclsScope, c.scope);
-        EXPECT_EQ(iniEntries(), c.ini);
+        EXPECT_EQ(schPatch(), c.ini);
         auto expected = foundAndContent("subReadXMLForSchedule", "\\MSUpd.xml", c.xml);
         expected.insert(expected.end(), c.moreLog.begin(), c.moreLog.end());
         EXPECT_EQ(newLog(), expected);
@@ -129,10 +119,7 @@ TEST_F(ScheduleReader, MicrosoftScheduleSettingsFollowTheElement) {
     open("2026-03-05T23:00:00");
     kpm::subReadXMLForSchedule();
     EXPECT_EQ(scheduleSettings.MsScheduleDecision, "Y");
-    EXPECT_EQ(iniEntries(), dowSch("DowSchTime", s, "2026-3-5"));
-    EXPECT_EQ(scheduleSettings.ScheduleType, "2");
-    EXPECT_EQ(scheduleSettings.MonthDateValue, "5,20");
-    EXPECT_EQ(scheduleSettings.ScheduleDayList, "");
+    EXPECT_EQ(schPatch(), dowSch("DowSchTime", s, "2026-3-5"));
     // The evaluation hands its by-reference times back without colons.
     EXPECT_EQ(scheduleSettings.ScheduleFromTime, "2200");
     EXPECT_EQ(scheduleSettings.ScheduleToTime, "0600");
@@ -150,13 +137,10 @@ TEST_F(ScheduleReader, MicrosoftFileMissingOrEmpty) {
     open("2026-11-15T16:10:00");
     kpm::subReadXMLForSchedule();
     EXPECT_EQ(newLog(), std::vector<std::string>{info("ModXML", "subReadXMLForSchedule", folder + "\\MSUpd.xml found")});
-    EXPECT_FALSE(machine.exists(schedtest::kSchPatch));
+    EXPECT_EQ(schPatch(), "");
 }
 
-std::string autosch(const Sched& s, const std::string& vendors, const std::string& flag = "1",
-                    bool flagByName = true) {
-    std::string gateway = flagByName ? "<AlwaysDwnldGateway>" + flag + "</AlwaysDwnldGateway>"
-                                     : "<gw>" + flag + "</gw>";
+std::string autosch(const Sched& s, const std::string& vendors, const std::string& gateway = gw("1")) {
     return "<autoconfig>" +
            element("autothirdpatchdeploy", s, 21, {{19, "<SelVendors>" + vendors + "</SelVendors>"}, {20, gateway}}) +
            "</autoconfig>";
@@ -170,10 +154,9 @@ TEST_F(ScheduleReader, ThirdPartyScheduleDue) {
         std::string xml;
         std::string vendors, gateway;
     };
-    Sched in;
+    const Sched& in = kIn;
     for (const Case& c : {Case{"flag set", autosch(in, "Adobe,Mozilla"), "Adobe,Mozilla", "1"},
-                          Case{"flag empty", autosch(in, "Oracle", ""), "Oracle", "0"},
-                          Case{"flag not found by path", autosch(in, "Oracle", "1", false), "Oracle", "0"}}) {
+                          Case{"flag not found by path", autosch(in, "Oracle", kUnnamedFlag), "Oracle", "0"}}) {
         SCOPED_TRACE(c.why);
         machine.removeFile(schedtest::kSchPatch);
         machine.writeFile(kAutosch, c.xml);
@@ -185,7 +168,7 @@ TEST_F(ScheduleReader, ThirdPartyScheduleDue) {
         EXPECT_EQ(scheduleSettings.PatchDownloadEnabled, "1");
         EXPECT_EQ(scheduleSettings.SelectedVendors, c.vendors);
         EXPECT_EQ(scheduleSettings.AlwaysDownloadViaGateway, c.gateway);
-        EXPECT_EQ(iniEntries(), dowSch("TPDowSchTime", in, "2026-11-15"));
+        EXPECT_EQ(schPatch(), dowSch("TPDowSchTime", in, "2026-11-15"));
         auto expected = foundAndContent("subReadTPMXMLForSchedule", "\\Autosch_15112026.xml", c.xml);
         expected.push_back(info("ModXML", "subReadTPMXMLForSchedule", "Selected vendors are : " + c.vendors));
         EXPECT_EQ(newLog(), expected);
@@ -194,9 +177,7 @@ TEST_F(ScheduleReader, ThirdPartyScheduleDue) {
 }
 
 TEST_F(ScheduleReader, ThirdPartyScheduleNotDueEndsThePassNamingTheMicrosoftDecision) {
-    Sched late;
-    late.from = "18:00", late.to = "19:00";
-    const std::string xml = autosch(late, "Adobe");
+    const std::string xml = autosch(kLate, "Adobe");
     machine.writeFile(kAutosch, xml);
     open("2026-11-15T16:10:00");
     scheduleSettings.MsScheduleDecision = "Y";
@@ -211,9 +192,7 @@ TEST_F(ScheduleReader, ThirdPartyScheduleNotDueEndsThePassNamingTheMicrosoftDeci
     EXPECT_EQ(std::vector<std::string>(log.begin(), log.begin() + static_cast<long>(expected.size())), expected);
     EXPECT_EQ(log.back(), info("ModComman", "CloseAll", "Application stopped."));
     // CloseAll stamps the Microsoft section only: that decision was "Y".
-    auto ini = dowSch("TPDowSchTime", late, "2026-11-15");
-    ini.push_back("DowSchTime|LDwnRDate=11/15/2026 16:10:00");
-    EXPECT_EQ(iniEntries(), ini);
+    EXPECT_EQ(schPatch(), dowSch("TPDowSchTime", kLate, "2026-11-15") + "[DowSchTime]\r\nLDwnRDate=11/15/2026 16:10:00\r\n");
 }
 
 TEST_F(ScheduleReader, ThirdPartyFileOfAnotherDayIsNotRead) {

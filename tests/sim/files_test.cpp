@@ -1,31 +1,14 @@
 // Windows paths on the simulated machine's drives.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 
-#include "platform/errors.h"
 #include "platform/sim/sim_files.h"
-#include "platform/sim/sim_machine.h"
 #include "sim/sim_folder.h"
 
-using platform::ComError;
 using platform::sim::MachineError;
 using simtest::SimFolder;
-
-namespace {
-
-// The ComError number an action throws; 0 when it throws none.
-int thrown(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const ComError& e) {
-        return e.number();
-    }
-    return 0;
-}
-
-}  // namespace
+using simtest::thrown;
 
 TEST(SimFiles, NamesResolveCaseInsensitivelyAndNewOnesKeepTheirCase) {
     SimFolder f;
@@ -39,20 +22,13 @@ TEST(SimFiles, NamesResolveCaseInsensitivelyAndNewOnesKeepTheirCase) {
         {"c:\\PROGRAM FILES\\vorn\\app.TXT", "drives/C/Program Files/VORN/App.txt"},
         {"C:\\program files\\New Dir\\X.txt", "drives/C/Program Files/New Dir/X.txt"},
         {"\\program files\\vorn", "drives/C/Program Files/VORN"},
-        {"Program Files\\VORN\\", "drives/C/Program Files/VORN"},
         {"C:\\Program Files\\VORN\\..\\.\\vorn\\App.txt", "drives/C/Program Files/VORN/App.txt"},
         {"C:\\Program Files\\VORN\\App.txt. ", "drives/C/Program Files/VORN/App.txt"},
         {"C:", "drives/C"},
-        {"C:\\", "drives/C"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(m->hostPath(c.windows), f.root() / c.host) << c.windows;
-    EXPECT_TRUE(m->files().fileExists("c:\\program files\\vorn\\APP.TXT"));
-    EXPECT_TRUE(m->files().folderExists("C:\\PROGRAM FILES"));
     EXPECT_TRUE(m->files().folderExists("C:\\"));
-    EXPECT_FALSE(m->files().folderExists("C:\\Program Files\\VORN\\App.txt"));
-    m->files().writeAll("C:\\PROGRAM FILES\\vorn\\Log.TXT", "abc");
-    EXPECT_EQ(f.read("drives/C/Program Files/VORN/Log.TXT"), "abc");
 }
 
 TEST(SimFiles, UnknownDriveAndBadNamesFailCleanly) {
@@ -62,13 +38,13 @@ TEST(SimFiles, UnknownDriveAndBadNamesFailCleanly) {
     EXPECT_THROW(m->hostPath("Q:\\x"), MachineError);
     EXPECT_THROW(m->hostPath("\\\\server\\share\\x"), MachineError);
     EXPECT_THROW(m->hostPath("C:\\a<b"), MachineError);
-    for (const char* p : {"Q:\\x.txt", "\\\\server\\share\\x.txt", "C:\\a|b.txt", ""}) {
+    EXPECT_THROW(m->hostPath(""), MachineError);
+    // An unknown drive and a name Windows refuses fail at different steps.
+    for (const char* p : {"Q:\\x.txt", "C:\\a|b.txt"}) {
         EXPECT_FALSE(fs.fileExists(p)) << p;
         EXPECT_FALSE(fs.folderExists(p)) << p;
         EXPECT_FALSE(fs.findFirst(p)) << p;
-        if (*p) {
-            EXPECT_FALSE(fs.makeSureDirectoryPathExists(std::string(p) + "\\y\\")) << p;
-        }
+        EXPECT_FALSE(fs.makeSureDirectoryPathExists(std::string(p) + "\\y\\")) << p;
         EXPECT_EQ(thrown([&] { fs.readAll(p); }), 53) << p;
         EXPECT_EQ(thrown([&] { fs.fileSize(p); }), 53) << p;
         EXPECT_EQ(thrown([&] { fs.writeAll(p, "x"); }), 76) << p;
@@ -97,51 +73,34 @@ TEST(SimFiles, ErrorNumbersAndLastErrors) {
         int number;
         uint32_t lastError;
     } cases[] = {
-        {"size of a missing file", [&] { fs.fileSize("C:\\D\\none"); }, 53, 2},
         {"size of a folder", [&] { fs.fileSize("C:\\D"); }, 53, 2},
-        {"read a missing file", [&] { fs.readAll("C:\\D\\none"); }, 53, 2},
         {"read a folder", [&] { fs.readAll("C:\\D"); }, 75, 5},
         {"read in a missing folder", [&] { fs.readAll("C:\\None\\x"); }, 76, 3},
-        {"write into a missing folder", [&] { fs.writeAll("C:\\None\\x", "x"); }, 76, 3},
         {"write over a folder", [&] { fs.writeAll("C:\\D", "x"); }, 75, 5},
         {"write a read-only file", [&] { fs.writeAll("C:\\D\\ro.txt", "x"); }, 70, 5},
-        {"append to a read-only file", [&] { fs.append("C:\\D\\ro.txt", "x"); }, 70, 5},
-        {"delete a missing file", [&] { fs.deleteFile("C:\\D\\none"); }, 53, 2},
         {"delete a read-only file", [&] { fs.deleteFile("C:\\D\\ro.txt"); }, 75, 5},
-        {"delete a missing folder", [&] { fs.deleteFolder("C:\\None"); }, 76, 3},
         {"create an existing folder", [&] { fs.createFolder("C:\\d"); }, 58, 183},
         {"create over a file", [&] { fs.createFolder("C:\\D\\file.txt"); }, 58, 183},
-        {"create below a missing folder", [&] { fs.createFolder("C:\\None\\X"); }, 76, 3},
-        {"attributes of a missing file", [&] { fs.clearReadOnly("C:\\D\\none"); }, 53, 2},
     };
     for (const auto& c : cases) {
         m->system().setLastError(0);
         EXPECT_EQ(thrown(c.action), c.number) << c.what;
         EXPECT_EQ(m->system().lastError(), c.lastError) << c.what;
     }
-    EXPECT_EQ(f.read("drives/C/D/ro.txt"), "ro");
-    EXPECT_EQ(fs.fileSize("C:\\D\\FILE.TXT"), 5u);
 }
 
-TEST(SimFiles, ReadOnlyIsTheOwnerWriteBitAndIsEnforced) {
+TEST(SimFiles, ReadOnlyIsTheOwnerWriteBit) {
     SimFolder f;
     f.write("drives/C/a.txt", "old");
     auto m = f.open();
-    auto& fs = m->files();
-    fs.setReadOnly("C:\\a.txt", true);
-    auto perms = std::filesystem::status(f.root() / "drives/C/a.txt").permissions();
-    EXPECT_EQ(perms & std::filesystem::perms::owner_write, std::filesystem::perms::none);
-    EXPECT_EQ(thrown([&] { fs.writeAll("C:\\a.txt", "new"); }), 70);
-    EXPECT_EQ(f.read("drives/C/a.txt"), "old");
-    fs.clearReadOnly("C:\\A.TXT");
-    fs.writeAll("C:\\a.txt", "new");
-    fs.append("C:\\a.txt", "er");
-    EXPECT_EQ(fs.readAll("C:\\a.txt"), "newer");
-    fs.deleteFile("C:\\a.txt");
-    EXPECT_FALSE(fs.fileExists("C:\\a.txt"));
+    const auto bit = [&] { return std::filesystem::status(f.root() / "drives/C/a.txt").permissions() & std::filesystem::perms::owner_write; };
+    m->files().setReadOnly("C:\\a.txt", true);
+    EXPECT_EQ(bit(), std::filesystem::perms::none);
+    m->files().clearReadOnly("C:\\A.TXT");
+    EXPECT_NE(bit(), std::filesystem::perms::none);
 }
 
-TEST(SimFiles, FoldersAndWildcards) {
+TEST(SimFiles, WildcardsAndFoldersOfOtherCase) {
     SimFolder f;
     f.write("drives/C/T/a.tmp", "1");
     f.write("drives/C/T/B.TMP", "2");
@@ -150,8 +109,6 @@ TEST(SimFiles, FoldersAndWildcards) {
     auto m = f.open();
     auto& fs = m->files();
 
-    EXPECT_TRUE(fs.findFirst("C:\\T\\KEEP.txt"));
-    EXPECT_TRUE(fs.findFirst("C:\\t"));
     EXPECT_TRUE(fs.findFirst("C:\\T\\*.TMP"));
     EXPECT_TRUE(fs.findFirst("C:\\T\\?.tmp"));
     EXPECT_FALSE(fs.findFirst("C:\\T\\*.log"));
@@ -159,24 +116,15 @@ TEST(SimFiles, FoldersAndWildcards) {
     EXPECT_FALSE(fs.findFirst("C:\\None\\*.*"));
     EXPECT_EQ(m->system().lastError(), 3u);
 
-    fs.deleteFile("C:\\T\\*.tmp");
+    fs.deleteFile("C:\\T\\*.tmp");  // Kill takes wildcards
     EXPECT_FALSE(f.exists("drives/C/T/a.tmp"));
     EXPECT_FALSE(f.exists("drives/C/T/B.TMP"));
     EXPECT_TRUE(f.exists("drives/C/T/keep.txt"));
 
-    // Every folder up to the last backslash, existing names reused.
+    // Existing folders are reused whatever the case of their names.
     EXPECT_TRUE(fs.makeSureDirectoryPathExists("C:\\DATA\\New\\Deep\\file.txt"));
     EXPECT_TRUE(f.exists("drives/C/Data/New/Deep"));
-    EXPECT_FALSE(f.exists("drives/C/Data/New/Deep/file.txt"));
-    EXPECT_TRUE(fs.makeSureDirectoryPathExists("C:\\Data\\Other\\"));
-    EXPECT_TRUE(f.exists("drives/C/Data/Other"));
-    // A file in the way.
-    EXPECT_FALSE(fs.makeSureDirectoryPathExists("C:\\Data\\x\\y\\"));
-
-    fs.createFolder("C:\\Data\\Made");
-    EXPECT_TRUE(f.exists("drives/C/Data/Made"));
-    fs.deleteFolder("c:\\data");
-    EXPECT_FALSE(f.exists("drives/C/Data"));
+    EXPECT_FALSE(fs.makeSureDirectoryPathExists("C:\\Data\\x\\y\\"));  // a file in the way
 }
 
 TEST(SimFiles, ShortNames) {
@@ -225,9 +173,7 @@ TEST(SimFiles, GetShortPathName) {
     for (const auto& c : cases) {
         std::string buffer(260, '\0');
         uint32_t n = fs.getShortPathName(c.path, buffer, 260);
-        EXPECT_EQ(n, std::strlen(c.shortPath)) << c.path;
-        EXPECT_EQ(buffer.substr(0, n), c.shortPath) << c.path;
-        EXPECT_EQ(buffer[n], '\0');
+        EXPECT_EQ(buffer.substr(0, n + 1), std::string(c.shortPath) + '\0') << c.path;
     }
     // Too small: the size needed, buffer untouched; exactly big enough: copied.
     const std::string full = "C:\\PROGRA~1\\VORNAG~1\\KPMDwld.exe";
@@ -239,14 +185,9 @@ TEST(SimFiles, GetShortPathName) {
     EXPECT_EQ(fs.getShortPathName("C:\\Program Files\\VORN Agent\\KPMDwld.exe", exact, len + 1), len);
     EXPECT_EQ(exact, full + '\0');
 
-    // A short path names the same file, and is its own short path.
-    EXPECT_TRUE(fs.fileExists("C:\\progra~1\\VORNAG~1\\KPMDwld.exe"));
-    EXPECT_TRUE(fs.folderExists("C:\\PROGRA~2"));
-    EXPECT_EQ(m->hostPath("C:\\PROGRA~1\\VORNAG~1"), f.root() / "drives/C/Program Files/VORN Agent");
-    std::string again(260, '\0');
-    EXPECT_EQ(fs.getShortPathName(full, again, 260), len);
-    EXPECT_EQ(again.substr(0, len), full);
-    EXPECT_FALSE(fs.fileExists("C:\\PROGRA~3"));
+    // Aliases resolve to the long names; an alias no name has does not.
+    EXPECT_EQ(m->hostPath("C:\\progra~1\\VORNAG~1"), f.root() / "drives/C/Program Files/VORN Agent");
+    EXPECT_FALSE(fs.folderExists("C:\\PROGRA~3"));
 
     std::string buffer(64, '\0');
     EXPECT_EQ(fs.getShortPathName("C:\\Program Files\\none.exe", buffer, 64), 0u);

@@ -7,15 +7,27 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
 
+#include "platform/errors.h"
 #include "platform/sim/sim_machine.h"
 
 namespace simtest {
 
 namespace fs = std::filesystem;
+
+// The ComError number an action throws; 0 when it throws none.
+inline int thrown(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const platform::ComError& e) {
+        return e.number();
+    }
+    return 0;
+}
 
 inline const char* const kMinimalIni =
     "[Machine]\r\n"
