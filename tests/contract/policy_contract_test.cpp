@@ -65,7 +65,12 @@ protected:
 TEST_F(Policy, AutoUpdateRegWritesEachValueThroughItsView) {
     setDword(kAutoUpdate, RegView::View64, "AUOptions", 4);
     setDword(kService, RegView::Default, "Start", 3);
-    setDword(kSecurityCenter, RegView::Default, "Other", 0);
+    {
+        // Stored as text: the repair path, whatever an earlier run left there.
+        std::unique_ptr<RegKey> k;
+        ASSERT_EQ(regerr::Success, registry().createKey(Hive::LocalMachine, kSecurityCenter, RegView::Default, k));
+        ASSERT_EQ(regerr::Success, k->setValue("UpdatesDisableNotify", RegValue::string("1")));
+    }
     kpm::environment.OSProductName = "Microsoft Windows XP";
 
     kpm::AutoUpdateReg();
