@@ -1,6 +1,5 @@
 #include "driver/main.h"
 
-#include <cstdio>
 #include <exception>
 
 #include "config/agent_settings.h"
@@ -11,6 +10,7 @@
 #include "mspatch/scan.h"
 #include "platform/host.h"
 #include "schedule/schedule_settings.h"
+#include "schedule/schedule_text.h"
 #include "support/support_files.h"
 #include "thirdparty/product_list.h"
 #include "webpost/site_config.h"
@@ -24,13 +24,6 @@ namespace kpm {
 namespace {
 
 void logMain(const std::string& message) { WriteW3CLog("ModMain", "Main", "INFO", message); }
-
-// "Autosch_" + ddmmyyyy + ".xml" for the given day.
-std::string thirdPartyScheduleName(const platform::DateTime& t) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "Autosch_%02d%02d%04d.xml", t.day, t.month, t.year);
-    return buf;
-}
 
 void runMicrosoftBranch() {
     const std::string folder = ProgramFolderShort();
@@ -57,7 +50,7 @@ void runMicrosoftBranch() {
 
 void runThirdPartyBranch() {
     scheduleSettings.PatchDownloadEnabled.clear();
-    const std::string name = thirdPartyScheduleName(platform::clock().now());
+    const std::string name = "Autosch_" + schedule_text::dateDdmmyyyy(platform::clock().now()) + ".xml";
     if (platform::files().fileExists(ProgramFolderShort() + "\\" + name))
         subReadTPMXMLForSchedule();
     else
