@@ -7,6 +7,7 @@
 #include "driver/error_trap.h"
 #include "driver/run_state.h"
 #include "log/w3c_log.h"
+#include "mspatch/download_state.h"
 #include "mspatch/scan.h"
 #include "platform/host.h"
 #include "schedule/schedule_settings.h"
@@ -84,6 +85,8 @@ void resetProcessState() {
     environment = {};
     webPostSite = {};
     policyKeys = {};
+    downloadCounters = {};
+    DownloadURLList.clear();
     LogFilePath.clear();
 }
 

@@ -1,4 +1,4 @@
-// Placeholder until the Microsoft pipeline is built.
+// Placeholder until the Microsoft scan is built.
 #include "mspatch/scan.h"
 
 namespace kpm {

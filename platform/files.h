@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace platform {
 
@@ -44,6 +45,11 @@ public:
     virtual std::string readAll(std::string_view path) = 0;
     virtual void writeAll(std::string_view path, std::string_view bytes) = 0;  // create/overwrite
     virtual void append(std::string_view path, std::string_view bytes) = 0;    // open-append-close
+
+    // The names of the files (not folders) in a folder, as the file-system
+    // object's Folder.Files lists them, sorted by name. Throws 76 when the
+    // folder is missing.
+    virtual std::vector<std::string> listFiles(std::string_view folder) = 0;
 
     // GetShortPathNameA into buffer[0 .. size); returns the length of the short
     // path, the size needed (including the NUL) when it does not fit, 0 when

@@ -5,6 +5,7 @@
 #include "platform/automation.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/internet.h"
 #include "platform/maker.h"
 #include "platform/profile.h"
 #include "platform/registry.h"
@@ -22,6 +23,7 @@ public:
     virtual System& system() = 0;
     virtual Automation& automation() = 0;
     virtual MakerLibraries& maker() = 0;
+    virtual Internet& internet() = 0;
 };
 
 // The installed binding. Calling it before setHost is a programming error.
@@ -36,6 +38,7 @@ inline Clock& clock() { return host().clock(); }
 inline System& sys() { return host().system(); }
 inline Automation& automation() { return host().automation(); }
 inline MakerLibraries& maker() { return host().maker(); }
+inline Internet& internet() { return host().internet(); }
 
 // Ends the pass through the installed binding; never returns.
 [[noreturn]] void endProcess(int exitCode);

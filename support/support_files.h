@@ -2,13 +2,20 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace kpm {
 
+// The lines of "DwldURL.txt" as CloseAll read them.
+inline std::vector<std::string> DownloadURLList;
+
 bool Download_BlackList(const std::string& fileName);
 bool DCDownload();
+bool Download_BlackList_FromDC();
 bool subUnzipFile(const std::string& zipFile, const std::string& folder);
+void subDownloadAllFiles();
 void subReadDownloadList();
 void subCleanPatchFolders();
+void subDeletePatch(const std::string& path);
 
 }  // namespace kpm

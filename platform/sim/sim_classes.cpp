@@ -4,7 +4,9 @@
 #include "platform/sim/sim_machine.h"
 #include "platform/sim/sim_objects.h"
 #include "platform/sim/xml_dom.h"
+#include "standins/job_download.h"
 #include "standins/update_service_manager.h"
+#include "standins/zip_component.h"
 
 namespace platform::sim {
 
@@ -21,6 +23,12 @@ void registerStandardClasses(SimMachine& machine, SimAutomation& automation) {
     // ---- Classes from the other stand-ins of this machine: one line each. ----
     // (MSXML2.DOMDocument is registered here.)
     automation.registerClass("MSXML2.DOMDocument", [m] { return Object(createDomDocument(m->files())); });
+    automation.registerClass(standins::kJobDownloadProgId, [m] {
+        return Object(std::make_shared<standins::JobDownload>(m->standinHost()));
+    });
+    automation.registerClass(standins::kZipProgId, [m] {
+        return Object(std::make_shared<standins::ZipComponent>(m->standinHost()));
+    });
 }
 
 }  // namespace platform::sim

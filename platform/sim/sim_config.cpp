@@ -181,6 +181,15 @@ MachineConfig loadMachineConfig(const std::filesystem::path& iniFile) {
                                       " must be missing, badmodule or ok");
         c.classes.emplace(lower(e->key), s);
     }
+
+    for (const auto* e : r.section("Network")) {
+        std::string error;
+        if (!c.network.add(e->key, e->value, error)) Reader::fail(e->line, "[Network] " + error);
+    }
+    r.number("Downloads", "PollWaitMs", c.pollWaitMs);
+    r.number("Downloads", "StallSeconds", c.stallSeconds);
+    if (c.stallSeconds == 0) Reader::fail(r.find("Downloads", "StallSeconds")->line,
+                                          "[Downloads] StallSeconds must be at least 1");
     return c;
 }
 

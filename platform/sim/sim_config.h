@@ -11,6 +11,7 @@
 
 #include "platform/datetime.h"
 #include "platform/system.h"
+#include "standins/network_map.h"
 
 namespace platform::sim {
 
@@ -41,6 +42,10 @@ struct MachineConfig {
     std::vector<std::string> processes;   // captions, in file order
     std::map<char, DriveSpace> drives;    // drive letter (upper case) -> space
     std::map<std::string, ClassState> classes;  // key: ProgID in lower case
+
+    standins::NetworkMap network;  // [Network]: where URL hosts go
+    unsigned pollWaitMs = 1000;    // [Downloads] PollWaitMs
+    unsigned stallSeconds = 30;    // [Downloads] StallSeconds
 
     ClassState classState(const std::string& progId) const;
 };

@@ -421,6 +421,46 @@ void SimFiles::writeFile(std::string_view path, std::string_view bytes, bool app
     if (!out) raise(err::DeviceIOError, win32::WriteFault);
 }
 
+std::vector<std::string> SimFiles::listFiles(std::string_view folder) {
+    auto l = locate(folder);
+    std::error_code ec;
+    if (!l || !fs::is_directory(l->host, ec)) raise(err::PathNotFound, win32::PathNotFound);
+    std::vector<std::string> names;
+    for (const auto& n : listNames(l->host))
+        if (fs::is_regular_file(l->host / n, ec)) names.push_back(n);
+    std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
+        return upper(a) < upper(b);
+    });
+    return names;
+}
+
+void SimFiles::importFile(const fs::path& hostFile, std::string_view path) {
+    auto l = locate(path);
+    if (!l) raise(err::PathNotFound, state_.lastError);
+    std::error_code ec;
+    if (l->win.parts.empty() || !fs::is_directory(l->host.parent_path(), ec))
+        raise(err::PathNotFound, win32::PathNotFound);
+    uint64_t old = 0;
+    if (fs::exists(l->host, ec)) {
+        if (!fs::is_regular_file(l->host, ec)) raise(err::PathFileAccessError, win32::AccessDenied);
+        if (isReadOnly(l->host)) raise(err::PermissionDenied, win32::AccessDenied);
+        old = fs::file_size(l->host, ec);
+    }
+    const uint64_t size = fs::file_size(hostFile, ec);
+    if (ec) raise(err::FileNotFound, win32::FileNotFound);
+    charge(l->win.drive, static_cast<int64_t>(size) - static_cast<int64_t>(old));
+    fs::rename(hostFile, l->host, ec);
+    if (ec) {
+        // Another host file system: copy, then drop the staged file.
+        fs::copy_file(hostFile, l->host, fs::copy_options::overwrite_existing, ec);
+        if (!ec) fs::remove(hostFile, ec);
+        else {
+            charge(l->win.drive, static_cast<int64_t>(old) - static_cast<int64_t>(size));
+            raise(err::DeviceIOError, win32::WriteFault);
+        }
+    }
+}
+
 uint32_t SimFiles::getShortPathName(std::string_view longPath, std::string& buffer, uint32_t size) {
     auto l = locate(longPath);
     if (!l) return 0;

@@ -60,10 +60,18 @@ public:
     std::string readAll(std::string_view path) override;
     void writeAll(std::string_view path, std::string_view bytes) override;
     void append(std::string_view path, std::string_view bytes) override;
+    std::vector<std::string> listFiles(std::string_view folder) override;
     uint32_t getShortPathName(std::string_view longPath, std::string& buffer,
                               uint32_t size) override;
     bool diskFreeSpace(std::string_view root, uint64_t& freeToCaller, uint64_t& total,
                        uint64_t& totalFree) override;
+
+    // Moves a finished host file (a download staged outside the drives) to
+    // a Windows path in one step, replacing an older file, with the drive's
+    // space charged: ComError 76 when the folder is missing, 70 when the
+    // file there is read-only, 61 when the drive is full. On failure the
+    // host file stays where it was.
+    void importFile(const std::filesystem::path& hostFile, std::string_view path);
 
 private:
     struct Located {

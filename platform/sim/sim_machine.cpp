@@ -6,6 +6,7 @@
 #include "platform/sim/sim_clock.h"
 #include "platform/sim/sim_files.h"
 #include "platform/sim/sim_maker.h"
+#include "platform/sim/sim_network.h"
 #include "platform/sim/sim_profile.h"
 #include "platform/sim/sim_registry.h"
 #include "platform/sim/sim_state.h"
@@ -18,6 +19,8 @@ namespace fs = std::filesystem;
 struct SimMachine::Impl {
     MachineState state;
     std::unique_ptr<SimFiles> files;
+    std::shared_ptr<standins::StandinHost> standinHost;
+    std::unique_ptr<SimInternet> internet;
     std::unique_ptr<SimRegistry> registry;
     std::unique_ptr<SimProfile> profile;
     std::unique_ptr<SimClock> clock;
@@ -48,7 +51,9 @@ std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenO
     impl->clock = std::make_unique<SimClock>(s.config, start, options.frozenClock);
     impl->system = std::make_unique<SimSystem>(s, *impl->files);
     impl->automation = std::make_unique<SimAutomation>(s.config);
-    impl->maker = std::make_unique<SimMaker>(s.config);
+    impl->standinHost = newSimStandinHost(s.config, *impl->files, s.folder / ".transfers");
+    impl->internet = std::make_unique<SimInternet>(impl->standinHost);
+    impl->maker = std::make_unique<SimMaker>(s.config, *impl->files, impl->standinHost);
 
     std::unique_ptr<SimMachine> machine(new SimMachine(std::move(impl)));
     registerStandardClasses(*machine, *machine->impl_->automation);
@@ -69,6 +74,8 @@ Clock& SimMachine::clock() { return *impl_->clock; }
 System& SimMachine::system() { return *impl_->system; }
 Automation& SimMachine::automation() { return *impl_->automation; }
 MakerLibraries& SimMachine::maker() { return *impl_->maker; }
+Internet& SimMachine::internet() { return *impl_->internet; }
+const std::shared_ptr<standins::StandinHost>& SimMachine::standinHost() const { return impl_->standinHost; }
 SimAutomation& SimMachine::simAutomation() { return *impl_->automation; }
 SimFiles& SimMachine::simFiles() { return *impl_->files; }
 const MachineConfig& SimMachine::config() const { return impl_->state.config; }

@@ -15,6 +15,10 @@
 
 #include "platform/host.h"
 
+namespace standins {
+class StandinHost;
+}
+
 namespace platform::sim {
 
 struct MachineConfig;
@@ -51,11 +55,14 @@ public:
     System& system() override;
     Automation& automation() override;
     MakerLibraries& maker() override;
+    Internet& internet() override;
 
     // The sim's own faces of its parts, for tests and for registering more
     // stand-in classes (simAutomation().registerClass(...)).
     SimAutomation& simAutomation();
     SimFiles& simFiles();
+    // What the download and zip stand-ins write through (network map, drives).
+    const std::shared_ptr<standins::StandinHost>& standinHost() const;
     const MachineConfig& config() const;
     // What WMI lists as running: machine.ini [Processes], then the
     // executable itself (the file name of ExePath).

@@ -9,12 +9,15 @@
 
 namespace platform::win32 {
 
+struct HostOptions;
+
 std::unique_ptr<Registry> newRegistry();
 std::unique_ptr<Profile> newProfile();
 std::unique_ptr<FileSystem> newFileSystem();
 std::unique_ptr<Clock> newClock();
 std::unique_ptr<System> newSystem();
 std::unique_ptr<Automation> newAutomation();
-std::unique_ptr<MakerLibraries> newMakerLibraries(const std::string& cipherLibrary);
+std::unique_ptr<MakerLibraries> newMakerLibraries(const HostOptions& options);
+std::unique_ptr<Internet> newInternet();
 
 }  // namespace platform::win32

@@ -1,6 +1,8 @@
 #include <windows.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "platform/errors.h"
 #include "platform/files.h"
@@ -168,6 +170,23 @@ public:
 
     void append(std::string_view path, std::string_view bytes) override {
         writeFile(path, bytes, FILE_APPEND_DATA, OPEN_ALWAYS);
+    }
+
+    std::vector<std::string> listFiles(std::string_view folder) override {
+        std::string p(folder);
+        while (!p.empty() && isSeparator(p.back()) && p.size() > rootLength(p)) p.pop_back();
+        if (!folderExists(p)) fail(err::PathNotFound);
+        std::vector<std::string> names;
+        WIN32_FIND_DATAA data;
+        UniqueFind f(FindFirstFileA((p + "\\*").c_str(), &data));
+        if (!f) return names;
+        do {
+            if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) names.push_back(data.cFileName);
+        } while (FindNextFileA(f.get(), &data));
+        std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
+            return lstrcmpiA(a.c_str(), b.c_str()) < 0;
+        });
+        return names;
     }
 
     uint32_t getShortPathName(std::string_view longPath, std::string& buffer, uint32_t size) override {

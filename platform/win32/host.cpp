@@ -13,10 +13,11 @@ struct Win32Host::Parts {
     std::unique_ptr<System> system = newSystem();
     std::unique_ptr<Automation> automation = newAutomation();
     std::unique_ptr<MakerLibraries> maker;
+    std::unique_ptr<Internet> internet = newInternet();
 };
 
 Win32Host::Win32Host(const HostOptions& options) : parts_(std::make_unique<Parts>()) {
-    parts_->maker = newMakerLibraries(options.cipherLibrary);
+    parts_->maker = newMakerLibraries(options);
 }
 
 Win32Host::~Win32Host() = default;
@@ -28,6 +29,7 @@ Clock& Win32Host::clock() { return *parts_->clock; }
 System& Win32Host::system() { return *parts_->system; }
 Automation& Win32Host::automation() { return *parts_->automation; }
 MakerLibraries& Win32Host::maker() { return *parts_->maker; }
+Internet& Win32Host::internet() { return *parts_->internet; }
 
 HMODULE thisModule() {
     HMODULE m = nullptr;

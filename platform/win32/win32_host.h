@@ -13,6 +13,11 @@ struct HostOptions {
     // File name of the maker's cipher library, looked for in the executable's
     // folder and then along the system's DLL search order.
     std::string cipherLibrary = "KEncDec.dll";
+    // File names of the maker's download and checksum libraries, looked for
+    // the same way. Errors name the libraries by their own names whatever file
+    // is asked for (tests point these at files that do not exist).
+    std::string downloadLibrary = "KDowFile.dll";
+    std::string checksumLibrary = "KGnMD5.dll";
 };
 
 class Win32Host final : public Host {
@@ -29,6 +34,7 @@ public:
     System& system() override;
     Automation& automation() override;
     MakerLibraries& maker() override;
+    Internet& internet() override;
 
 private:
     struct Parts;

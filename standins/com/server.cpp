@@ -10,6 +10,9 @@
 //                                    into %KPM_STANDINS_DIR%\update-services.ini,
 //                                    C:\KPMStandins\update-services.ini when
 //                                    the variable is not set
+//   kDwnJob.JobDownload              standins::JobDownload  } over WinINet and the
+//   ChilkatZip2.Chilkatzip2          standins::ZipComponent } files of this machine
+//                                    (standins/com/win32_standin_host.h)
 //
 // Registered with "regsvr32 -s KPMStandins.dll" (per machine, in the view of
 // the DLL's bitness).
@@ -25,7 +28,10 @@
 #include "platform/win32/com.h"
 #include "platform/win32/handles.h"
 #include "standins/com/echo.h"
+#include "standins/com/win32_standin_host.h"
+#include "standins/job_download.h"
 #include "standins/update_service_manager.h"
+#include "standins/zip_component.h"
 
 using platform::win32::ComPtr;
 using platform::win32::UniqueHKey;
@@ -35,16 +41,8 @@ namespace {
 HMODULE g_module = nullptr;
 LONG g_locks = 0;
 
-std::string standinsFolder() {
-    char dir[MAX_PATH] = "";
-    DWORD n = GetEnvironmentVariableA("KPM_STANDINS_DIR", dir, sizeof dir);
-    std::string d = n > 0 && n < sizeof dir ? std::string(dir, n) : "C:\\KPMStandins";
-    while (!d.empty() && (d.back() == '\\' || d.back() == '/')) d.pop_back();
-    return d;
-}
-
 std::shared_ptr<platform::Dispatch> newUpdateServiceManager() {
-    std::filesystem::path folder(standinsFolder());
+    std::filesystem::path folder(standins::win32::standinsFolder());
     std::error_code ec;
     std::filesystem::create_directories(folder, ec);  // the record's folder must exist
     return std::make_shared<standins::UpdateServiceManager>(folder / "update-services.ini");
@@ -63,6 +61,18 @@ const ClassEntry kClasses[] = {
     {"Microsoft.Update.ServiceManager",
      {0xec61e934, 0x8645, 0x4582, {0x96, 0xce, 0x4a, 0xc9, 0xae, 0x03, 0x28, 0x19}},
      newUpdateServiceManager},
+    {standins::kJobDownloadProgId,
+     {0x5b7e2d41, 0x9c3a, 0x4f18, {0xa6, 0x2e, 0x71, 0xd4, 0x0b, 0x93, 0xc5, 0x6f}},
+     [] {
+         return std::shared_ptr<platform::Dispatch>(
+             std::make_shared<standins::JobDownload>(standins::win32::newWin32StandinHost()));
+     }},
+    {standins::kZipProgId,
+     {0xc2f84a17, 0x3e6b, 0x4d90, {0x8b, 0x15, 0x2a, 0x6c, 0xe9, 0x47, 0x0d, 0xb3}},
+     [] {
+         return std::shared_ptr<platform::Dispatch>(
+             std::make_shared<standins::ZipComponent>(standins::win32::newWin32StandinHost()));
+     }},
 };
 
 class ClassFactory final : public platform::win32::ComObject<IClassFactory> {

@@ -47,7 +47,8 @@ TEST(PassSchedule, ADayOfPassesThroughBothWindows) {
     m.writeFile(kFolder + "\\Autosch_14112026.xml", scheduleXml("thirdpartypatch", "autothirdpatchdeploy", "1", 21));
     const std::string sch = kFolder + "\\SchPatch.ini";
 
-    // First pass of the day, inside both windows: both schedules are read and stamped.
+    // First pass of the day, inside both windows: both schedules are read and
+    // stamped (a second after the start: the component check sleeps one).
     ASSERT_EQ(m.runPass(at("2026-11-15T16:10:00")), 0);
     EXPECT_EQ(driverView(m, 0), (std::vector<std::string>{
                                     "INFO|5.0.19|||",
@@ -59,7 +60,7 @@ TEST(PassSchedule, ADayOfPassesThroughBothWindows) {
                                 }));
     std::string ini = m.read(sch);
     EXPECT_NE(ini.find("[DowSchTime]\r\nFTIME=16:00\r\nToTime=17:00\r\nScheduleType=1\r\nMonthDateValue=\r\n"
-                       "MonthWeekValue=0\r\nDT=2026-11-15\r\nLDwnRDate=11/15/2026 16:10:00\r\n"),
+                       "MonthWeekValue=0\r\nDT=2026-11-15\r\nLDwnRDate=11/15/2026 16:10:01\r\n"),
               std::string::npos) << ini;
     EXPECT_NE(ini.find("[TPDowSchTime]"), std::string::npos);
 
@@ -70,11 +71,11 @@ TEST(PassSchedule, ADayOfPassesThroughBothWindows) {
     EXPECT_EQ(driverView(m, before), (std::vector<std::string>{
                                          "INFO|5.0.19|||",
                                          "INFO|Agent time is the patch download time.|||",
-                                         "INFO|Agent last patch download check time, 11/15/2026 16:10:00|||",
+                                         "INFO|Agent last patch download check time, 11/15/2026 16:10:01|||",
                                          "INFO|-----------------------------------------------------|||",
                                          "INFO|--------Check for Third Party Update Download -------|||",
                                          "INFO|Agent time is the patch download time.|||",
-                                         "INFO|Agent last patch download check time, 11/15/2026 16:10:00|||",
+                                         "INFO|Agent last patch download check time, 11/15/2026 16:10:01|||",
                                          "INFO|Application stopped.|||",
                                      }));
 
@@ -85,11 +86,11 @@ TEST(PassSchedule, ADayOfPassesThroughBothWindows) {
               (std::vector<std::string>{
                   "INFO|5.0.19|||",
                   "INFO|Agent time is not in patch download time or download has been done for the day, "
-                  "11/15/2026 16:10:00|||",
+                  "11/15/2026 16:10:01|||",
                   "INFO|-----------------------------------------------------|||",
                   "INFO|--------Check for Third Party Update Download -------|||",
                   "INFO|Agent time is not in patch download time or download has been done for the day, "
-                  "11/15/2026 16:10:00|||",
+                  "11/15/2026 16:10:01|||",
                   "INFO|Application stopped.|||",
               }));
     EXPECT_EQ(m.read(sch), ini);
@@ -107,6 +108,6 @@ TEST(PassSchedule, ADayOfPassesThroughBothWindows) {
                   "INFO|Third Party Configuration File not found, Autosch_16112026.xml|||",
                   "INFO|Application stopped.|||",
               }));
-    EXPECT_NE(m.read(sch).find("DT=2026-11-16\r\nLDwnRDate=11/15/2026 16:10:00"), std::string::npos)
+    EXPECT_NE(m.read(sch).find("DT=2026-11-16\r\nLDwnRDate=11/15/2026 16:10:01"), std::string::npos)
         << "no new stamp when Microsoft was not due";
 }

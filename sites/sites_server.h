@@ -1,0 +1,132 @@
+// The sites a pass talks to, played on loopback for tests and demos.
+//
+// Each site serves one folder over HTTP on its own port of 127.0.0.1, keeps
+// what is posted to it, and can be told to misbehave: answer an error status,
+// refuse connections, cut a body short, stall or trickle it. An optional proxy
+// forwards absolute-form requests, to loopback targets only. Every request is
+// recorded in memory and, when asked, in a log file.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sites {
+
+struct SiteConfig {
+    std::string name;
+    std::filesystem::path folder;  // must exist; nothing outside it is ever served
+    int port = 0;                  // 0: a free port chosen by the system
+};
+
+struct ProxyConfig {
+    int port = 0;             // 0: a free port chosen by the system
+    std::string credentials;  // "user:password" for Basic proxy authentication; empty: none asked
+};
+
+struct Config {
+    std::vector<SiteConfig> sites;
+    std::optional<ProxyConfig> proxy;  // reported by port() under the name "proxy"
+    std::filesystem::path logFile;      // request log, appended; empty: kept in memory only
+    std::filesystem::path faultsFile;   // re-read on every request; empty: faults set through the API only
+    std::filesystem::path postsFolder;  // each posted body is also written there; empty: not
+};
+
+// How a site misbehaves for a path.
+struct Fault {
+    enum class Kind {
+        Status,  // answer `status` with a short text body
+        Refuse,  // close the site's listener: connecting is refused (site-level, path ignored)
+        Reset,   // headers with the full length, `amount` body bytes, then the connection drops
+        Stall,   // headers, nothing for `seconds`, then the body
+        Slow,    // the body at `amount` bytes per second
+    };
+    Kind kind = Kind::Status;
+    int status = 500;
+    std::uint64_t amount = 0;
+    double seconds = 0;
+    int times = 0;  // only the first `times` matching requests see the fault; 0: all of them
+
+    static Fault withStatus(int status, int times = 0);
+    static Fault refuse();
+    static Fault reset(std::uint64_t bytes, int times = 0);
+    static Fault stall(double seconds, int times = 0);
+    static Fault slow(std::uint64_t bytesPerSecond, int times = 0);
+};
+
+struct FaultRule {
+    std::string site;
+    std::string path;  // exact URL path (decoded or as sent), or "*" for every path of the site
+    Fault fault;
+};
+
+// One line of a faults file:
+//   <site> <path> <fault> [arg] [times=K]      # comment
+// where <fault> is a three-digit status, "refuse", "reset BYTES", "stall SECONDS"
+// or "slow BYTES_PER_SECOND". Returns nullopt for blank and comment-only lines;
+// throws std::invalid_argument for anything else it cannot read.
+std::optional<FaultRule> parseFaultLine(std::string_view line);
+
+// One answered request. The log file holds line() for each, in order.
+struct RequestRecord {
+    std::string site;    // the site's name, or "proxy"
+    std::string method;
+    std::string host;    // the Host header as the client sent it (empty when absent)
+    std::string path;    // the request target before '?', as sent: not decoded; the whole URL for the proxy
+    std::string query;   // the raw query string without '?'
+    int status = 0;      // the status sent
+    std::uint64_t bytes = 0;  // body bytes actually sent
+
+    // "site method host path query status bytes", tab-separated, no newline.
+    std::string line() const;
+};
+
+struct PostRecord {
+    std::string site;
+    std::string path;   // as sent
+    std::string query;  // raw, without '?'
+    std::string body;
+};
+
+// The file below `folder` named by a decoded URL path, or nullopt when the path
+// is not a plain relative name (".." segments, empty segments, backslashes, NUL).
+std::optional<std::filesystem::path> fileForUrlPath(const std::filesystem::path& folder,
+                                                    std::string_view urlPath);
+
+class SitesServer {
+public:
+    explicit SitesServer(Config config);
+    ~SitesServer();  // stops
+    SitesServer(const SitesServer&) = delete;
+    SitesServer& operator=(const SitesServer&) = delete;
+
+    // Binds every site (and the proxy) and starts serving. Throws
+    // std::runtime_error when a folder is missing or a port cannot be bound.
+    void start();
+    // Stops every listener; stalled and slow answers are cut off at once.
+    void stop();
+
+    // The bound port of a site, or of the proxy under "proxy"; throws
+    // std::out_of_range for a name that is neither.
+    int port(const std::string& name) const;
+
+    // Sets (replaces) the fault of a site's path; its times= count starts afresh.
+    // A refuse fault takes effect for the whole site before this returns.
+    void setFault(const std::string& site, const std::string& path, const Fault& fault);
+    // Drops the faults set through the API (not those of the faults file);
+    // refused sites listen again on their port before this returns.
+    void clearFaults();
+
+    std::vector<RequestRecord> requests() const;
+    std::vector<PostRecord> posts() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace sites

@@ -1,0 +1,295 @@
+// The sites server seen from a real HTTP client (libcurl): files, faults,
+// the request log, posts and the proxy.
+#include <curl/curl.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sites/sites_server.h"
+
+namespace fs = std::filesystem;
+using sites::Fault;
+using sites::SitesServer;
+
+namespace {
+
+struct Reply {
+    CURLcode code = CURLE_OK;
+    long status = 0;
+    std::string body;
+    std::string headers;
+};
+
+size_t append(char* data, size_t size, size_t n, void* out) {
+    static_cast<std::string*>(out)->append(data, size * n);
+    return size * n;
+}
+
+size_t appendHeader(char* data, size_t size, size_t n, void* out) {
+    auto* r = static_cast<std::pair<Reply*, std::atomic<bool>*>*>(out);
+    r->first->headers.append(data, size * n);
+    if (r->second && size * n == 2) *r->second = true;  // the blank line ending the headers
+    return size * n;
+}
+
+// One request on a fresh connection; `proxy` empty goes straight to the site.
+Reply fetch(const std::string& url, std::optional<std::string> post = {}, bool head = false,
+            const std::string& proxy = "", const std::string& proxyUserPwd = "",
+            std::atomic<bool>* gotHeaders = nullptr) {
+    Reply r;
+    std::pair<Reply*, std::atomic<bool>*> headerSink{&r, gotHeaders};
+    CURL* c = curl_easy_init();
+    curl_easy_setopt(c, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(c, CURLOPT_PATH_AS_IS, 1L);  // let "/../" reach the server
+    curl_easy_setopt(c, CURLOPT_PROXY, proxy.c_str());  // never one from the environment
+    curl_easy_setopt(c, CURLOPT_NOPROXY, "");
+    if (!proxyUserPwd.empty()) curl_easy_setopt(c, CURLOPT_PROXYUSERPWD, proxyUserPwd.c_str());
+    if (post) curl_easy_setopt(c, CURLOPT_POSTFIELDS, post->c_str());
+    if (head) curl_easy_setopt(c, CURLOPT_NOBODY, 1L);
+    curl_easy_setopt(c, CURLOPT_WRITEFUNCTION, append);
+    curl_easy_setopt(c, CURLOPT_WRITEDATA, &r.body);
+    curl_easy_setopt(c, CURLOPT_HEADERFUNCTION, appendHeader);
+    curl_easy_setopt(c, CURLOPT_HEADERDATA, &headerSink);
+    r.code = curl_easy_perform(c);
+    curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &r.status);
+    curl_easy_cleanup(c);
+    return r;
+}
+
+std::string pattern(size_t n) {
+    std::string s(n, '\0');
+    for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>('a' + i % 26);
+    return s;
+}
+
+void write(const fs::path& p, const std::string& text) {
+    fs::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary) << text;
+}
+
+class Sites : public ::testing::Test {
+protected:
+    void SetUp() override {
+        root = fs::temp_directory_path() /
+               ("kpm-sites-" + std::to_string(::getpid()) + "-" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root);
+        write(root / "files/dir/small.bin", small);
+        write(root / "files/big.bin", big);
+        write(root / "secret.txt", "top secret");
+        write(root / "mgmt/answer.xml", "<answer/>");
+    }
+    void TearDown() override { fs::remove_all(root); }
+
+    sites::Config config() const {
+        sites::Config c;
+        c.sites = {{"files", root / "files", 0}, {"mgmt", root / "mgmt", 0}};
+        return c;
+    }
+    std::string url(const SitesServer& s, const std::string& site, const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(s.port(site)) + path;
+    }
+
+    fs::path root;
+    const std::string small = pattern(40);
+    const std::string big = pattern(100000);
+};
+
+TEST_F(Sites, FaultsShapeTheAnswerAndTheLogTellsWhatWasSent) {
+    SitesServer server(config());
+    server.start();
+    struct Expect {
+        CURLcode code;
+        long status;
+        size_t bytes;  // received and logged
+    };
+    struct Case {
+        const char* path;
+        std::optional<Fault> fault;
+        std::vector<Expect> replies;  // one request each
+        bool head = false;
+    } cases[] = {
+        {"/dir/small.bin", {}, {{CURLE_OK, 200, 40}}},
+        {"/dir/small.bin", {}, {{CURLE_OK, 200, 0}}, true},
+        {"/dir/none.bin", {}, {{CURLE_OK, 404, 0}}},
+        {"/../secret.txt", {}, {{CURLE_OK, 404, 0}}},
+        {"/%2e%2e/secret.txt", {}, {{CURLE_OK, 404, 0}}},
+        {"/%2Fetc/passwd", {}, {{CURLE_OK, 404, 0}}},
+        {"/dir%5C..%5C..%5Csecret.txt", {}, {{CURLE_OK, 404, 0}}},
+        {"/dir/small.bin", Fault::withStatus(500), {{CURLE_OK, 500, 0}}},
+        {"/big.bin", Fault::reset(1000), {{CURLE_PARTIAL_FILE, 200, 1000}}},
+        {"/dir/small.bin", Fault::stall(1), {{CURLE_OK, 200, 40}}},
+        {"/dir/small.bin", Fault::slow(400), {{CURLE_OK, 200, 40}}},
+        {"/dir/small.bin", Fault::withStatus(503, 2), {{CURLE_OK, 503, 0}, {CURLE_OK, 503, 0}, {CURLE_OK, 200, 40}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.path);
+        server.clearFaults();
+        if (c.fault) server.setFault("files", c.fault->kind == Fault::Kind::Status ? "*" : c.path, *c.fault);
+        auto before = server.requests().size();
+        for (const auto& e : c.replies) {
+            auto r = fetch(url(server, "files", c.path), {}, c.head);
+            EXPECT_EQ(r.code, e.code);
+            EXPECT_EQ(r.status, e.status);
+            const std::string& file = std::string_view(c.path) == "/big.bin" ? big : small;
+            if (e.status == 200) {
+                EXPECT_EQ(r.body, file.substr(0, e.bytes));
+            }
+            EXPECT_EQ(r.body.find("top secret"), std::string::npos);
+            if (c.head) {
+                EXPECT_NE(r.headers.find("Content-Length: 40"), std::string::npos) << r.headers;
+            }
+        }
+        auto log = server.requests();
+        ASSERT_EQ(log.size(), before + c.replies.size());
+        for (size_t i = 0; i < c.replies.size(); ++i) {
+            EXPECT_EQ(log[before + i].status, c.replies[i].status);
+            if (c.replies[i].status == 200) {
+                EXPECT_EQ(log[before + i].bytes, c.replies[i].bytes);
+            }
+        }
+    }
+}
+
+TEST_F(Sites, LogLinesArePlainTabSeparatedFields) {
+    auto c = config();
+    c.logFile = root / "requests.log";
+    SitesServer server(c);
+    server.start();
+    server.setFault("files", "/big.bin", Fault::reset(10));
+    fetch(url(server, "files", "/dir/small.bin?a=1&b=%20x"));
+    fetch(url(server, "files", "/big.bin"));
+    fetch(url(server, "mgmt", "/up/status.asp?id=7"), "<status/>");
+    auto host = [&](const char* site) { return "127.0.0.1:" + std::to_string(server.port(site)); };
+    std::vector<std::string> want = {
+        "files\tGET\t" + host("files") + "\t/dir/small.bin\ta=1&b=%20x\t200\t40",
+        "files\tGET\t" + host("files") + "\t/big.bin\t\t200\t10",
+        "mgmt\tPOST\t" + host("mgmt") + "\t/up/status.asp\tid=7\t200\t0",
+    };
+    std::ifstream in(c.logFile);
+    std::vector<std::string> lines;
+    for (std::string l; std::getline(in, l);) lines.push_back(l);
+    EXPECT_EQ(lines, want);
+    std::vector<std::string> kept;
+    for (const auto& r : server.requests()) kept.push_back(r.line());
+    EXPECT_EQ(kept, want);
+}
+
+TEST_F(Sites, RefusedSiteComesBackOnItsPort) {
+    SitesServer server(config());
+    server.start();
+    int port = server.port("files");
+    server.setFault("files", "*", Fault::refuse());
+    EXPECT_EQ(fetch(url(server, "files", "/dir/small.bin")).code, CURLE_COULDNT_CONNECT);
+    EXPECT_EQ(fetch(url(server, "mgmt", "/answer.xml")).status, 200);  // the other sites still answer
+    server.clearFaults();
+    EXPECT_EQ(server.port("files"), port);
+    EXPECT_EQ(fetch(url(server, "files", "/dir/small.bin")).body, small);
+}
+
+TEST_F(Sites, PostsAreKeptAndAnsweredFromTheNamedFile) {
+    auto c = config();
+    c.postsFolder = root / "posts";
+    SitesServer server(c);
+    server.start();
+    auto plain = fetch(url(server, "mgmt", "/up/status.asp?id=7"), "<status>1</status>");
+    EXPECT_EQ(plain.status, 200);
+    EXPECT_EQ(plain.body, "");
+    EXPECT_EQ(fetch(url(server, "mgmt", "/answer.xml"), "x").body, "<answer/>");
+    auto posts = server.posts();
+    ASSERT_EQ(posts.size(), 2u);
+    EXPECT_EQ(posts[0].site, "mgmt");
+    EXPECT_EQ(posts[0].path, "/up/status.asp");
+    EXPECT_EQ(posts[0].query, "id=7");
+    EXPECT_EQ(posts[0].body, "<status>1</status>");
+    std::ifstream saved(c.postsFolder / "0001-mgmt-up_status.asp");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(saved), {}), "<status>1</status>");
+}
+
+TEST_F(Sites, ProxyAsksForCredentialsAndReachesLoopbackOnly) {
+    auto c = config();
+    c.proxy = sites::ProxyConfig{0, "agent:s3cret"};
+    SitesServer server(c);
+    server.start();
+    std::string proxy = "http://127.0.0.1:" + std::to_string(server.port("proxy"));
+    std::string site = url(server, "files", "/dir/small.bin");
+    struct Case {
+        std::string url, credentials;
+        long status;
+        std::string bodyHas;
+    } cases[] = {
+        {site, "", 407, "authentication required"},
+        {site, "agent:wrong", 407, "authentication required"},
+        {site, "agent:s3cret", 200, small},
+        {"http://localhost:" + std::to_string(server.port("mgmt")) + "/answer.xml", "agent:s3cret", 200, "<answer/>"},
+        {"http://example.com/x", "agent:s3cret", 502, "loopback only"},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.url + " " + k.credentials);
+        auto r = fetch(k.url, {}, false, proxy, k.credentials);
+        EXPECT_EQ(r.code, CURLE_OK);
+        EXPECT_EQ(r.status, k.status);
+        EXPECT_NE(r.body.find(k.bodyHas), std::string::npos) << r.body;
+        if (k.status == 407) {
+            EXPECT_NE(r.headers.find("Proxy-Authenticate: Basic realm=\"kpm-sites\""), std::string::npos);
+        }
+    }
+    auto log = server.requests();
+    ASSERT_EQ(log.size(), 7u);  // five through the proxy, two of them passed on to a site
+    EXPECT_EQ(log[3].line(),
+              "proxy\tGET\t127.0.0.1:" + std::to_string(server.port("files")) + "\t" + site + "\t\t200\t40");
+}
+
+TEST_F(Sites, FaultsFileIsFollowedWhileRunning) {
+    auto c = config();
+    c.faultsFile = root / "faults";
+    auto setFaults = [&](const std::string& text) {  // whole, as scripts should
+        write(root / "faults.tmp", text);
+        fs::rename(root / "faults.tmp", c.faultsFile);
+    };
+    setFaults("# first one fails\nfiles /dir/small.bin 404 times=1\n");
+    SitesServer server(c);
+    server.start();
+    auto get = [&] { return fetch(url(server, "files", "/dir/small.bin")); };
+    EXPECT_EQ(get().status, 404);
+    EXPECT_EQ(get().status, 200);
+    setFaults("files * 500\n");
+    EXPECT_EQ(get().status, 500);
+    // Refusing has no request to ride on: the server notices the file by itself.
+    auto eventually = [&](CURLcode code) {
+        auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (get().code != code && std::chrono::steady_clock::now() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return get().code;
+    };
+    setFaults("files * refuse\n");
+    EXPECT_EQ(eventually(CURLE_COULDNT_CONNECT), CURLE_COULDNT_CONNECT);
+    fs::remove(c.faultsFile);
+    EXPECT_EQ(eventually(CURLE_OK), CURLE_OK);
+    EXPECT_EQ(get().body, small);
+}
+
+TEST_F(Sites, StopCutsOffAStalledAnswer) {
+    auto server = std::make_unique<SitesServer>(config());
+    server->start();
+    server->setFault("files", "*", Fault::stall(30));
+    std::atomic<bool> headers{false};
+    Reply reply;
+    std::thread client([&] { reply = fetch(url(*server, "files", "/big.bin"), {}, false, "", "", &headers); });
+    while (!headers) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    server->stop();
+    client.join();
+    EXPECT_NE(reply.code, CURLE_OK);
+    EXPECT_EQ(reply.body, "");
+    ASSERT_EQ(server->requests().size(), 1u);
+    EXPECT_EQ(server->requests()[0].bytes, 0u);
+}
+
+}  // namespace

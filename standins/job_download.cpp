@@ -1,0 +1,36 @@
+#include "standins/job_download.h"
+
+#include <string>
+
+namespace standins {
+
+JobDownload::JobDownload(std::shared_ptr<StandinHost> host)
+    : DispatchBase(kJobDownloadProgId), host_(std::move(host)) {
+    method("JobDownload", 7, [this](Args a) {
+        const std::string url = a[0].value.toString();
+        const std::string destination = a[3].value.toString();
+        TransferResult r;
+        if (url.empty() || destination.empty()) {
+            r.reason = "no URL or no destination";
+        } else {
+            auto transport = host_->newTransport();
+            auto target = host_->newFileTarget();
+            r = downloadToFile(*transport, *target, url, destination);
+        }
+        auto put = [&](size_t i, std::string text) {
+            if (a[i].byRef) a[i].value = Variant(std::move(text));
+        };
+        if (r.ok) {
+            put(4, "");
+            put(5, "");
+            put(6, "");
+        } else {
+            put(4, std::to_string(r.httpStatus));
+            put(5, r.reason);
+            put(6, url);
+        }
+        return Variant(r.ok);
+    });
+}
+
+}  // namespace standins

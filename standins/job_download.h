@@ -1,0 +1,29 @@
+// Stand-in for the maker's download object "kDwnJob.JobDownload".
+//
+//   JobDownload(url, reserved1, reserved2, destination, status, reason, failedUrl)
+//
+// Seven strings, all by reference; returns True when the file at `url` was
+// written to `destination`. The two reserved strings are passed empty by
+// every caller and ignored. On failure the last three are filled: the HTTP
+// status ("0" when no answer came), the reason in words, and the URL that
+// failed; on success they are emptied.
+#pragma once
+
+#include <memory>
+
+#include "standins/dispatch_base.h"
+#include "standins/transfer.h"
+
+namespace standins {
+
+inline constexpr const char* kJobDownloadProgId = "kDwnJob.JobDownload";
+
+class JobDownload : public DispatchBase {
+public:
+    explicit JobDownload(std::shared_ptr<StandinHost> host);
+
+private:
+    std::shared_ptr<StandinHost> host_;
+};
+
+}  // namespace standins
