@@ -39,6 +39,21 @@ public:
     // be loaded.
     virtual void loseCipherLibrary() = 0;
 
+    // The maker's download and checksum libraries ("KDowFile.dll",
+    // "KGnMD5.dll") are loadable from the start. Replaces the host with one on
+    // which the named one cannot be loaded.
+    virtual void loseMakerLibrary(const std::string& fileName) = 0;
+
+    // Where the download stand-ins' hosts go: INI sections [Network] and
+    // [Downloads] as the stand-ins read them (machine.ini on the simulated
+    // machine, the stand-ins' network.ini on Windows). Replaces the host.
+    virtual void setNetwork(const std::string& iniSections) = 0;
+
+    // A file of the computer running the tests (a fixture's) as this
+    // binding's programs name it: the path itself, or under Wine the same
+    // file on drive Z:.
+    virtual std::string testerPath(const std::string& path) const = 0;
+
 protected:
     std::string folder_, keyPath_;
 };

@@ -24,7 +24,7 @@ void writeText(const fs::path& p, const std::string& text) {
     std::ofstream(p, std::ios::binary) << text;
 }
 
-std::string machineIni(bool withCipher) {
+std::string machineIni(bool withCipher, const std::string& network) {
     std::string ini =
         "[Machine]\r\n"
         "ExePath=C:\\KPMContract\\kpm_contract_tests.exe\r\n"
@@ -35,7 +35,7 @@ std::string machineIni(bool withCipher) {
         "[Drives]\r\n"
         "C=100000000000,40000000000\r\n";
     if (!withCipher) ini += "[Classes]\r\nKEncDec=missing\r\n";
-    return ini;
+    return ini + network;
 }
 
 class SimEnv final : public Env {
@@ -49,7 +49,10 @@ public:
         folder_ = "C:\\KPMContract\\" + test;
         keyPath_ = "Software\\KPMContract\\" + test;
         fs::create_directories(root_ / "drives" / "C" / "KPMContract" / test);
-        open(true);
+        // The maker's libraries load while files of their names are beside the program.
+        for (const char* dll : {"KDowFile.dll", "KGnMD5.dll"})
+            writeText(root_ / "drives" / "C" / "KPMContract" / dll, "MZ");
+        open();
     }
     ~SimEnv() override {
         machine_.reset();
@@ -61,12 +64,24 @@ public:
 
     platform::Host& host() override { return *machine_; }
     bool underWine() const override { return false; }
-    void loseCipherLibrary() override { open(false); }
+    void loseCipherLibrary() override {
+        withCipher_ = false;
+        open();
+    }
+    void loseMakerLibrary(const std::string& fileName) override {
+        fs::remove(root_ / "drives" / "C" / "KPMContract" / fileName);
+        open();
+    }
+    void setNetwork(const std::string& iniSections) override {
+        network_ = iniSections;
+        open();
+    }
+    std::string testerPath(const std::string& path) const override { return path; }
 
 private:
-    void open(bool withCipher) {
+    void open() {
         machine_.reset();
-        writeText(root_ / "machine.ini", machineIni(withCipher));
+        writeText(root_ / "machine.ini", machineIni(withCipher_, network_));
         machine_ = platform::sim::SimMachine::open(root_);
         machine_->simAutomation().registerClass(standins::kEchoProgId, [] {
             return platform::Object(std::make_shared<standins::Echo>());
@@ -74,6 +89,8 @@ private:
     }
 
     fs::path root_;
+    bool withCipher_ = true;
+    std::string network_;
     std::unique_ptr<platform::sim::SimMachine> machine_;
 };
 
