@@ -25,13 +25,6 @@ void addTrail(const std::string& text) {
         fncRunStartTimeText(platform::clock().now()) + "\t" + text + "\r\n";
 }
 
-// One key of the agent INI: a 500-character buffer, the first n characters.
-std::string readAgentIni(const char* section, const char* key, const std::string& file) {
-    std::string buffer(500, '\0');
-    uint32_t n = platform::profile().getString(section, key, "", buffer, 500, file);
-    return buffer.substr(0, std::min<size_t>(n, buffer.size()));
-}
-
 std::string siteUrl(const std::string& base, const char* page) {
     std::string url = base;
     if (url.empty() || url.back() != '/') url += '/';
@@ -43,6 +36,12 @@ void logInit(const std::string& message, const std::string& val1 = "") {
 }
 
 }  // namespace
+
+std::string fncReadAgentIni(const std::string& section, const std::string& key, const std::string& file) {
+    std::string buffer(500, '\0');
+    uint32_t n = platform::profile().getString(section, key, "", buffer, 500, file);
+    return buffer.substr(0, std::min<size_t>(n, buffer.size()));
+}
 
 std::string fncRunStartTimeText(const platform::DateTime& t) {
     char buf[40];
@@ -104,23 +103,23 @@ bool fncReadVORNMobileINI(const std::string& iniPath) {
             addTrail("ERROR " + iniPath + " not found");
             return false;
         }
-        a.ProxyHost = readAgentIni("ProxySettings", "ProxyIP", iniPath);
+        a.ProxyHost = fncReadAgentIni("ProxySettings", "ProxyIP", iniPath);
         a.ProxyServer = a.ProxyHost;
-        a.ProxyPort = readAgentIni("ProxySettings", "ProxyPort", iniPath);
+        a.ProxyPort = fncReadAgentIni("ProxySettings", "ProxyPort", iniPath);
         if (!a.ProxyPort.empty()) {
             a.ProxyServer = a.ProxyHost + ":" + a.ProxyPort;
             addTrail("Proxy Server with Port Number : " + a.ProxyServer);
         }
-        a.ProxyUserName = DecryptString(readAgentIni("ProxySettings", "ProxyUserName", iniPath));
-        a.ProxyPassword = DecryptString(readAgentIni("ProxySettings", "ProxyPassword", iniPath));
-        a.IsEncrypt = readAgentIni("ProxySettings", "IsEncrypt", iniPath);
-        std::string primary = readAgentIni("DCConnURL", "ControllerPSite", iniPath);
-        a.DownLoadSite = Trim(readAgentIni("VornUpdates", "DownLoadSite", iniPath));
-        a.PMDownloadURL = Trim(readAgentIni("Download", "PMDownload", iniPath));
+        a.ProxyUserName = DecryptString(fncReadAgentIni("ProxySettings", "ProxyUserName", iniPath));
+        a.ProxyPassword = DecryptString(fncReadAgentIni("ProxySettings", "ProxyPassword", iniPath));
+        a.IsEncrypt = fncReadAgentIni("ProxySettings", "IsEncrypt", iniPath);
+        std::string primary = fncReadAgentIni("DCConnURL", "ControllerPSite", iniPath);
+        a.DownLoadSite = Trim(fncReadAgentIni("VornUpdates", "DownLoadSite", iniPath));
+        a.PMDownloadURL = Trim(fncReadAgentIni("Download", "PMDownload", iniPath));
         a.BlackListURL = siteUrl(a.DownLoadSite, "wblist");
         a.PrimarySiteURL = siteUrl(primary, "tfr_wpautopatchdeploy.asp");
         addTrail("The Primary Auto patch deploy web site: " + a.PrimarySiteURL);
-        std::string secondary = readAgentIni("DCConnURL", "ControllerSSite", iniPath);
+        std::string secondary = fncReadAgentIni("DCConnURL", "ControllerSSite", iniPath);
         a.SecondarySiteURL = siteUrl(secondary, "tfr_wpautopatchdeploy.asp");
         addTrail("The secondary Auto patch deploy web site: " + a.SecondarySiteURL);
         return true;

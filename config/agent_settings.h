@@ -25,6 +25,9 @@ inline AgentSettings agentSettings;
 void InitializeEXE();
 bool fncReadVORNMobileINI(const std::string& iniPath);
 std::string DecryptString(const std::string& text);
+// One key of the agent INI as its readers take it: a 500-character buffer,
+// the first n characters (not trimmed).
+std::string fncReadAgentIni(const std::string& section, const std::string& key, const std::string& file);
 std::string fncGetComputerName();
 
 // Time texts used across the program.

@@ -26,4 +26,13 @@ void logTrap(const std::string& module, const std::string& proc, const std::stri
 // Appends " <proc> : <last system error> : <number>" to RunState.ErrorTrail.
 void appendErrorTrail(const std::string& proc, const ErrInfo& e);
 
+// Runs one statement of a routine that ignores its errors and resumes.
+template <class F>
+void resumeNext(F&& step) {
+    try {
+        step();
+    } catch (const std::exception&) {
+    }
+}
+
 }  // namespace kpm

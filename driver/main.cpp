@@ -62,15 +62,6 @@ void runThirdPartyBranch() {
     }
 }
 
-// Runs one statement of a routine that ignores its errors and resumes.
-template <class F>
-void resumeNext(F&& step) {
-    try {
-        step();
-    } catch (const std::exception&) {
-    }
-}
-
 }  // namespace
 
 std::string ProgramVersion() {

@@ -36,10 +36,7 @@ void trap(const char* proc, const std::exception& e) {
 
 // "Download", "PMDownload" of the agent INI, read afresh each time.
 std::string gatewayBase() {
-    std::string buffer(500, '\0');
-    uint32_t n = platform::profile().getString("Download", "PMDownload", "", buffer, 500,
-                                               agentSettings.InstallPath + "VORNMobile.INI");
-    return Trim(buffer.substr(0, std::min<size_t>(n, buffer.size())));
+    return Trim(fncReadAgentIni("Download", "PMDownload", agentSettings.InstallPath + "VORNMobile.INI"));
 }
 
 void recordSuccess(const char* proc, const std::string& destination, const char* channel) {

@@ -28,10 +28,7 @@ void trap(const char* module, const char* proc, const std::exception& e) {
 
 // "Download", "WBListDownload" of the agent INI: trimmed, cut to the returned length.
 std::string blackListGateway() {
-    std::string buffer(500, '\0');
-    uint32_t n = platform::profile().getString("Download", "WBListDownload", "", buffer, 500,
-                                               agentSettings.InstallPath + "VORNMobile.INI");
-    return Trim(buffer.substr(0, std::min<size_t>(n, buffer.size())));
+    return Trim(fncReadAgentIni("Download", "WBListDownload", agentSettings.InstallPath + "VORNMobile.INI"));
 }
 
 std::string dataCenterArchiveUrl() { return agentSettings.BlackListURL + "/" + "wblist.zip"; }
@@ -48,14 +45,6 @@ bool threeAttempts(const char* module, const char* proc, const char* attemptText
     }
     log(module, proc, "ERROR", "Download Failed 3 times , Aborting download now");
     return false;
-}
-
-template <class F>
-void resumeNext(F&& step) {
-    try {
-        step();
-    } catch (const std::exception&) {
-    }
 }
 
 }  // namespace

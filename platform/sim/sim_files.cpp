@@ -396,23 +396,31 @@ std::string SimFiles::readAll(std::string_view path) {
     return text.str();
 }
 
-void SimFiles::writeAll(std::string_view path, std::string_view bytes) { writeFile(path, bytes, false); }
-
-void SimFiles::append(std::string_view path, std::string_view bytes) { writeFile(path, bytes, true); }
-
-void SimFiles::writeFile(std::string_view path, std::string_view bytes, bool append) {
+SimFiles::Located SimFiles::locateForWrite(std::string_view path, uint64_t& oldSize) {
     auto l = locate(path);
     if (!l) raise(err::PathNotFound, state_.lastError);
     std::error_code ec;
     if (l->win.parts.empty() || !fs::is_directory(l->host.parent_path(), ec))
         raise(err::PathNotFound, win32::PathNotFound);
-    uint64_t old = 0;
+    oldSize = 0;
     if (fs::exists(l->host, ec)) {
         if (!fs::is_regular_file(l->host, ec)) raise(err::PathFileAccessError, win32::AccessDenied);
         // Root may write anything on the host: the attribute is the sim's to enforce.
         if (isReadOnly(l->host)) raise(err::PermissionDenied, win32::AccessDenied);
-        old = fs::file_size(l->host, ec);
+        oldSize = fs::file_size(l->host, ec);
     }
+    return *l;
+}
+
+void SimFiles::writeAll(std::string_view path, std::string_view bytes) { writeFile(path, bytes, false); }
+
+void SimFiles::append(std::string_view path, std::string_view bytes) { writeFile(path, bytes, true); }
+
+void SimFiles::writeFile(std::string_view path, std::string_view bytes, bool append) {
+    uint64_t old = 0;
+    Located target = locateForWrite(path, old);
+    auto l = &target;
+    std::error_code ec;
     charge(l->win.drive, append ? static_cast<int64_t>(bytes.size())
                                 : static_cast<int64_t>(bytes.size()) - static_cast<int64_t>(old));
     std::ofstream out(l->host, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
@@ -435,17 +443,10 @@ std::vector<std::string> SimFiles::listFiles(std::string_view folder) {
 }
 
 void SimFiles::importFile(const fs::path& hostFile, std::string_view path) {
-    auto l = locate(path);
-    if (!l) raise(err::PathNotFound, state_.lastError);
-    std::error_code ec;
-    if (l->win.parts.empty() || !fs::is_directory(l->host.parent_path(), ec))
-        raise(err::PathNotFound, win32::PathNotFound);
     uint64_t old = 0;
-    if (fs::exists(l->host, ec)) {
-        if (!fs::is_regular_file(l->host, ec)) raise(err::PathFileAccessError, win32::AccessDenied);
-        if (isReadOnly(l->host)) raise(err::PermissionDenied, win32::AccessDenied);
-        old = fs::file_size(l->host, ec);
-    }
+    Located target = locateForWrite(path, old);
+    auto l = &target;
+    std::error_code ec;
     const uint64_t size = fs::file_size(hostFile, ec);
     if (ec) raise(err::FileNotFound, win32::FileNotFound);
     charge(l->win.drive, static_cast<int64_t>(size) - static_cast<int64_t>(old));

@@ -3,6 +3,8 @@
 // removed before and after the test.
 #include <windows.h>
 
+#include <optional>
+
 #include "contract_env.h"
 #include "platform/win32/handles.h"
 #include "platform/win32/win32_host.h"
@@ -37,9 +39,21 @@ void removeTree(const std::string& dir) {
     RemoveDirectoryA(dir.c_str());
 }
 
+constexpr const char* kStandinsVariable = "KPM_STANDINS_DIR";
+constexpr const char* kNoSuchLibrary = "KPMContractNoSuchLibrary.dll";
+
+std::optional<std::string> environmentVariable(const char* name) {
+    char value[MAX_PATH * 2];
+    DWORD n = GetEnvironmentVariableA(name, value, sizeof value);
+    if (n == 0 || n >= sizeof value) return std::nullopt;
+    return std::string(value, n);
+}
+
 class WineEnv final : public Env {
 public:
-    explicit WineEnv(const std::string& test) : host_(std::make_unique<platform::win32::Win32Host>()) {
+    explicit WineEnv(const std::string& test)
+        : host_(std::make_unique<platform::win32::Win32Host>()),
+          savedStandinsDir_(environmentVariable(kStandinsVariable)) {
         folder_ = "C:\\KPMContract\\" + test;
         keyPath_ = "Software\\KPMContract\\" + test;
         clean();
@@ -48,6 +62,8 @@ public:
     }
     ~WineEnv() override {
         host_.reset();
+        // The stand-ins in this process read their network.ini from here: back to what it was.
+        SetEnvironmentVariableA(kStandinsVariable, savedStandinsDir_ ? savedStandinsDir_->c_str() : nullptr);
         if (!GetEnvironmentVariableA("KPM_KEEP_MACHINES", nullptr, 0)) clean();
     }
 
@@ -66,9 +82,30 @@ public:
         return stops;
     }
     void loseCipherLibrary() override {
-        platform::win32::HostOptions options;
-        options.cipherLibrary = "KPMContractNoSuchLibrary.dll";
-        host_ = std::make_unique<platform::win32::Win32Host>(options);
+        options_.cipherLibrary = kNoSuchLibrary;
+        host_ = std::make_unique<platform::win32::Win32Host>(options_);
+    }
+    void loseMakerLibrary(const std::string& fileName) override {
+        if (lstrcmpiA(fileName.c_str(), "KDowFile.dll") == 0) options_.downloadLibrary = kNoSuchLibrary;
+        if (lstrcmpiA(fileName.c_str(), "KGnMD5.dll") == 0) options_.checksumLibrary = kNoSuchLibrary;
+        host_ = std::make_unique<platform::win32::Win32Host>(options_);
+    }
+    // The stand-ins (KDowFile.dll, KPMStandins.dll's objects) run in this
+    // process and read %KPM_STANDINS_DIR%\network.ini for each transfer.
+    void setNetwork(const std::string& iniSections) override {
+        const std::string dir = folder_ + "\\standins";
+        CreateDirectoryA(dir.c_str(), nullptr);
+        host_->files().writeAll(dir + "\\network.ini", iniSections);
+        SetEnvironmentVariableA(kStandinsVariable, dir.c_str());
+        host_ = std::make_unique<platform::win32::Win32Host>(options_);
+    }
+    // Wine shows the Unix file system as drive Z:.
+    std::string testerPath(const std::string& path) const override {
+        if (path.empty() || path[0] != '/') return path;
+        std::string p = "Z:" + path;
+        for (char& c : p)
+            if (c == '/') c = '\\';
+        return p;
     }
 
 private:
@@ -77,7 +114,9 @@ private:
         removeTree(folder_);
     }
 
+    platform::win32::HostOptions options_;
     std::unique_ptr<platform::win32::Win32Host> host_;
+    std::optional<std::string> savedStandinsDir_;
 };
 
 }  // namespace
