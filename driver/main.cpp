@@ -77,6 +77,8 @@ void resetProcessState() {
     webPostSite = {};
     policyKeys = {};
     downloadCounters = {};
+    PdListDownloadResult = {};
+    ProductListPath.clear();
     DownloadURLList.clear();
     LogFilePath.clear();
 }

@@ -30,7 +30,7 @@ cp -r examples/demo-sites "$sites"
 find "$sites" -name .keep -delete
 # The data center's archive, made by a real zip tool, and a placeholder for
 # the maker's download library.
-(cd "$sites/dc/updates/wblist" && zip -q -X wblist.zip PatchBlackList.txt)
+(cd "$sites/dc/updates/wblist" && zip -q -X wblist.zip PatchBlackList.txt && zip -q -X pdlist.zip PDList.xml AUOptions.xml)
 printf 'MZ (stand-in for the maker'"'"'s download library)\r\n' >"$sites/updates/kScc/KDowFile.dll"
 
 ports=$sites/ports.txt

@@ -46,6 +46,12 @@ cp "$cipher" "$prog/KEncDec.dll"
 mkdir -p "$WINEPREFIX/drive_c/KPMStandins"
 cp "$standins" "$WINEPREFIX/drive_c/KPMStandins/KPMStandins.dll"
 "$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1
+# The download objects see the hosts the simulated machine sees: machine.ini's
+# [Network] and [Downloads] sections (an empty map when it has none).
+awk 'BEGIN { print "[Network]" }
+     /^[[:space:]]*\[/ { s = tolower($0); gsub(/[[:space:]]/, "", s); keep = (s == "[network]" || s == "[downloads]");
+                         if (s != "[network]" && keep) print; next }
+     keep && NF' "$demo/machine.ini" | tr -d '\r' | sed 's/$/\r/' >"$WINEPREFIX/drive_c/KPMStandins/network.ini"
 cp "$demo/registry.reg" "$work/demo.reg"
 "$wine64" regedit /S "$(WINEPREFIX=$WINEPREFIX "$wine64" winepath -w "$work/demo.reg" 2>/dev/null)" >/dev/null 2>&1
 

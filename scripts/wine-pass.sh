@@ -60,6 +60,8 @@ prepare() {
     mkdir -p "$drive_c/KPMStandins"
     cp "$standins" "$drive_c/KPMStandins/KPMStandins.dll"
     "$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1 || fail "regsvr32 of the stand-in COM server"
+    # No host is mapped: the download objects reach nothing, as on a simulated machine without [Network].
+    printf '%s\r\n' '[Network]' >"$drive_c/KPMStandins/network.ini"
   fi
   printf '%s\r\n' \
     '[ProxySettings]' 'ProxyIP=' 'ProxyPort=' 'ProxyUserName=' 'ProxyPassword=' 'IsEncrypt=1' \

@@ -72,11 +72,29 @@ check32() {
     pe_check i686-w64-mingw32-objdump $build32/platform/win32/KPMDwld.exe pei-i386
 }
 step "32-bit KPMDwld.exe: PE32, GUI, system DLLs only" check32
+# The maker's libraries are looked up by plain names (GetProcAddress), so the
+# 32-bit stand-ins export their __stdcall functions undecorated.
+exports32() {
+  local dir=$build32/standins/com status=0 dll names
+  "$root/scripts/check-imports.sh" i686-w64-mingw32-objdump $dir/KEncDec.dll $dir/KDowFile.dll $dir/KGnMD5.dll \
+    $dir/KPMStandins.dll || status=1
+  for spec in "KEncDec.dll DecryptData EncryptData" "KDowFile.dll AsyncDownloadFile GetDownloadFinalStatus" \
+              "KGnMD5.dll KGetMD5 KGetMD5WBlock"; do
+    set -- $spec
+    dll=$1; shift
+    names=$(i686-w64-mingw32-objdump -p "$dir/$dll" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' |
+      sed -n 's/^[[:space:]]*\[ *[0-9]*\] //p' | sort | tr '\n' ' ')
+    if [ "$names" = "$* " ]; then echo "$dll exports: $names"; else echo "$dll exports '$names', expected '$* '"; status=1; fi
+  done
+  return $status
+}
+step "32-bit maker stand-ins: undecorated exports" exports32
 step "build mingw64-release (+ contract tests)" \
   sh -c "cmake --preset mingw64-release && cmake --build --preset mingw64-release -j $jobs"
 step "64-bit KPMDwld.exe and stand-ins: system DLLs only" \
   "$root/scripts/check-imports.sh" x86_64-w64-mingw32-objdump $build64/platform/win32/KPMDwld.exe \
-  $build64/standins/com/KPMStandins.dll $build64/standins/com/KEncDec.dll
+  $build64/standins/com/KPMStandins.dll $build64/standins/com/KEncDec.dll \
+  $build64/standins/com/KDowFile.dll $build64/standins/com/KGnMD5.dll
 
 if [ -z "$wine64" ]; then
   skip "contract and binding tests under wine64" "wine64 not available"
@@ -93,6 +111,13 @@ else
   WINEPREFIX=$prefix wineserver -k >/dev/null 2>&1 || true
   step "whole passes of KPMDwld.exe under wine64" \
     ctest --no-tests=error --test-dir $build64 -R '^wine\.whole_pass$' --output-on-failure -V
+  # Downloads from the loopback sites server, a native program (scripts/test.sh builds it first).
+  if [ -x "${KPM_SITES:-build/linux-debug/sites/kpm-sites}" ]; then
+    step "download pass of KPMDwld.exe under wine64" \
+      ctest --no-tests=error --test-dir $build64 -R '^wine\.download_pass$' --output-on-failure -V
+  else
+    skip "download pass of KPMDwld.exe under wine64" "no native kpm-sites built"
+  fi
   # The same machine on both sides: needs the native runner (scripts/test.sh builds it first).
   sim_bin=${KPM_SIM:-}
   for candidate in build/linux-debug/kpmdwld-sim build/linux-release/kpmdwld-sim; do

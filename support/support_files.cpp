@@ -114,16 +114,21 @@ bool Download_BlackList_FromDC() {
     }
 }
 
+bool fncUnzipArchive(const std::string& archive, const std::string& folder, std::string& why) {
+    platform::Object zip = platform::automation().createObject("ChilkatZip2.Chilkatzip2");
+    bool ok = zip.call("OpenZip", archive).toLong() == 1;
+    if (ok) ok = zip.call("Unzip", folder).toLong() >= 0;
+    why = ok ? "" : zip.get("LastErrorText").toString();
+    zip.call("CloseZip");
+    return ok;
+}
+
 bool subUnzipFile(const std::string& zipFile, const std::string& folder) {
     const char* proc = "subUnzipFile";
     const std::string archive = folder + "\\" + zipFile;
     try {
-        platform::Object zip = platform::automation().createObject("ChilkatZip2.Chilkatzip2");
-        bool ok = zip.call("OpenZip", archive).toLong() == 1;
-        if (ok) ok = zip.call("Unzip", folder).toLong() >= 0;
-        std::string why = ok ? "" : zip.get("LastErrorText").toString();
-        zip.call("CloseZip");
-        zip.release();
+        std::string why;
+        bool ok = fncUnzipArchive(archive, folder, why);
         if (!ok) log("ModBlackListDownload", proc, "ERROR", "Archive could not be unpacked", archive, why);
         return ok;
     } catch (const std::exception& e) {

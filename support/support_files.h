@@ -13,6 +13,9 @@ bool Download_BlackList(const std::string& fileName);
 bool DCDownload();
 bool Download_BlackList_FromDC();
 bool subUnzipFile(const std::string& zipFile, const std::string& folder);
+// Unpacks an archive into a folder with the zip component; false with the
+// component's reason. Creation and call failures are thrown to the caller.
+bool fncUnzipArchive(const std::string& archive, const std::string& folder, std::string& why);
 void subDownloadAllFiles();
 void subReadDownloadList();
 void subCleanPatchFolders();

@@ -38,6 +38,15 @@ public:
             files_.deleteFolder(a[0].value.toString());
             return Variant();
         });
+        // CopyFile(source, destination[, overwrite = True]): one file (no wildcards here).
+        method("CopyFile", 2, 3, [this](Args a) {
+            const std::string from = a[0].value.toString(), to = a[1].value.toString();
+            const bool overwrite = a.size() < 3 || a[2].value.toBool();
+            if (!files_.fileExists(from)) fail(err::FileNotFound);
+            if (files_.fileExists(to) && !overwrite) fail(err::FileAlreadyExists);
+            files_.writeAll(to, files_.readAll(from));
+            return Variant();
+        });
         method("GetFileName", 1, [](Args a) { return Variant(lastName(a[0].value.toString())); });
         method("GetParentFolderName", 1, [](Args a) {
             std::string p = trimmed(a[0].value.toString());

@@ -131,6 +131,11 @@ public:
 
     void deleteFile(std::string_view path) override {
         std::string p(path);
+        if (p.find_first_of("*?", p.find_last_of("\\/") == std::string::npos ? 0 : p.find_last_of("\\/")) !=
+            std::string::npos) {
+            deleteMatching(p);
+            return;
+        }
         if (DeleteFileA(p.c_str())) return;
         DWORD e = GetLastError();
         if (e == ERROR_FILE_NOT_FOUND || e == ERROR_PATH_NOT_FOUND) fail(err::FileNotFound);
@@ -170,6 +175,24 @@ public:
 
     void append(std::string_view path, std::string_view bytes) override {
         writeFile(path, bytes, FILE_APPEND_DATA, OPEN_ALWAYS);
+    }
+
+    // Kill with wildcards in the name: every matching file, 53 when none matches.
+    void deleteMatching(const std::string& pattern) {
+        const size_t slash = pattern.find_last_of("\\/");
+        const std::string folder = slash == std::string::npos ? std::string() : pattern.substr(0, slash + 1);
+        std::vector<std::string> victims;
+        WIN32_FIND_DATAA data;
+        {
+            UniqueFind f(FindFirstFileA(pattern.c_str(), &data));
+            if (!f) fail(err::FileNotFound);
+            do {
+                if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) victims.push_back(folder + data.cFileName);
+            } while (FindNextFileA(f.get(), &data));
+        }
+        if (victims.empty()) fail(err::FileNotFound);
+        for (const std::string& v : victims)
+            if (!DeleteFileA(v.c_str())) failWith(GetLastError(), err::FileNotFound);
     }
 
     std::vector<std::string> listFiles(std::string_view folder) override {

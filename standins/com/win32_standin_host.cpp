@@ -110,6 +110,11 @@ public:
                 return r;
             }
             to = *mapped;
+        } else if (!isLoopbackAddress(parsed->host)) {
+            // Without a map a URL is used as it is, but never one that leaves the machine.
+            r.reason = "host not found: " + parsed->host;
+            r.unresolved = true;
+            return r;
         }
         const std::string endpoint = to.address + ":" + std::to_string(to.port);
         DWORD stallMs = settings_.stallSeconds * 1000;

@@ -14,8 +14,9 @@
 //   StallSeconds=30              a transfer that receives nothing this long fails
 //
 // Without the file, or without its [Network] section, URLs are used as they
-// are (a test's 127.0.0.1 URLs). WinINet is opened for direct connections
-// only: the system's proxy settings play no part.
+// are when they name this machine (a test's 127.0.0.1 URLs); any other host
+// is not found. WinINet is opened for direct connections only: the system's
+// proxy settings play no part.
 #pragma once
 
 #include <memory>

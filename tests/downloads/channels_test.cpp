@@ -10,6 +10,7 @@
 #include "log/w3c_log.h"
 #include "mspatch/download_channels.h"
 #include "mspatch/download_state.h"
+#include "platform/host.h"
 
 using kpmtest::DownloadMachine;
 
@@ -260,4 +261,40 @@ TEST(Channels, EveryFaultOnEveryChannelLeavesNoFile) {
             }
         }
     }
+}
+
+TEST(Channels, ChecksumsMatchMd5sum) {
+    DownloadMachine m(false);
+    const std::string file = kComponents + "setup.exe";
+    m.writeFile(file, std::string(300000, 'q') + "tail");
+    m.writeFile(std::string(kpmtest::kPatchFolder) + "KGnMD5.dll", "MZ");
+    std::string md5sum;
+    {
+        std::string cmd = "md5sum '" + m.hostPath(file).string() + "'";
+        FILE* p = popen(cmd.c_str(), "r");
+        ASSERT_NE(p, nullptr);
+        char buf[64] = "";
+        ASSERT_NE(fgets(buf, sizeof buf, p), nullptr);
+        pclose(p);
+        md5sum = std::string(buf).substr(0, 32);
+    }
+    openForCalls(m);
+    EXPECT_EQ(kpm::fncCheckSum(file), md5sum);
+    std::string whole, blocks;
+    ASSERT_TRUE(platform::maker().kGetMD5(file, whole));
+    ASSERT_TRUE(platform::maker().kGetMD5WBlock(file, blocks));
+    EXPECT_EQ(whole, md5sum);
+    EXPECT_EQ(blocks, md5sum);
+
+    // Without the library there is no checksum, and the entry says why.
+    m.close();
+    m.removeFile(std::string(kpmtest::kPatchFolder) + "KGnMD5.dll");
+    m.open(kpmtest::at("2026-11-15T16:10:00"));
+    kpm::OpenW3CLog();
+    kpm::InitializeEXE();
+    size_t from = m.logMessages().size();
+    EXPECT_EQ(kpm::fncCheckSum(file), "");
+    m.close();
+    EXPECT_EQ(since(m, from), (std::vector<std::string>{
+                                  "fncCheckSum|ERROR| Unable to generate MD5 Checksum|53|File not found: KGnMD5.dll|2"}));
 }

@@ -1,0 +1,187 @@
+#!/usr/bin/env bash
+# wine-download-pass.sh --exe KPMDwld.exe --standins KPMStandins.dll --cipher KEncDec.dll
+#                       --kdowfile KDowFile.dll [--sites kpm-sites] [--work DIR]
+#
+# A whole pass of the real (64-bit) KPMDwld.exe under wine64 that fetches its
+# files from the loopback sites server (kpm-sites, started with
+# scripts/sites-fixture.sh), on a managed computer's first pass (no
+# "SchPatch.ini", a Microsoft schedule in MSUpd.xml):
+#   gateway  http://gateway.example.lan:8080 (VORNMobile.ini [Download]), mapped
+#            by the stand-ins' network.ini; it answers 404 for the black list
+#   dc       http://127.0.0.1:PORT/updates (VornUpdates DownLoadSite), reached
+#            by the system's URLDownloadToFileA; it serves wblist.zip
+#   updates  http://update.vornsoft.com, mapped; it serves the stand-in
+#            KDowFile.dll (--kdowfile) as /kScc/KDowFile.dll
+# The pass fetches KDowFile.dll through the download object, tries the
+# gateway's black list three times, falls back to the data center's archive
+# and unpacks it with the zip object. Checked: exit code 0, "Temp" removed,
+# KDowFile.dll in the program folder (the served bytes), wblist.zip in the
+# program folder only when the data center's second attempt ran, no
+# temporary download files left, and the sites' request log:
+#   3 x gateway GET /wblist/PatchBlackList.txt 404 (Host gateway.example.lan:8080)
+#   1 x dc      GET /updates/wblist/wblist.zip 200
+#   1 x updates GET /kScc/KDowFile.dll 200         (Host update.vornsoft.com)
+# The activity log and the request log stay in the work folder (printed).
+# Exit status: 0 all passed, 1 a check failed, 2 usage, 77 skipped (no wine64
+# or no kpm-sites).
+set -u
+root=$(cd "$(dirname "$0")/.." && pwd)
+
+exe="" standins="" cipher="" kdowfile="" sites="" work=""
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --exe) exe=$2; shift 2 ;;
+    --standins) standins=$2; shift 2 ;;
+    --cipher) cipher=$2; shift 2 ;;
+    --kdowfile) kdowfile=$2; shift 2 ;;
+    --sites) sites=$2; shift 2 ;;
+    --work) work=$2; shift 2 ;;
+    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --kdowfile DLL [--sites KPM_SITES] [--work DIR]" >&2
+       exit 2 ;;
+  esac
+done
+for f in "$exe" "$standins" "$cipher" "$kdowfile"; do
+  [ -n "$f" ] && [ -f "$f" ] || { echo "wine-download-pass: missing input '$f'" >&2; exit 2; }
+done
+wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
+if [ ! -x "$wine64" ]; then echo "SKIPPED: wine64 not available"; exit 77; fi
+wineserver=$(dirname "$wine64")/wineserver
+[ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-download.XXXXXX)
+work=$(realpath -m "$work")
+rm -rf "$work" && mkdir -p "$work"
+
+export WINEDEBUG=-all LC_ALL=C.UTF-8 WINEDLLOVERRIDES="mscoree,mshtml="
+# Everything stays on loopback: no proxy of the caller's for Wine's URL library.
+unset http_proxy https_proxy HTTP_PROXY HTTPS_PROXY all_proxy ALL_PROXY
+export WINEPREFIX=$work/prefix
+
+failures=0
+fail() { echo "  FAIL: $*"; failures=$((failures + 1)); }
+ok() { echo "  ok: $*"; }
+
+# The sites: folders staged here, the server from sites-fixture.sh.
+site=$work/site
+mkdir -p "$site/gateway/wblist" "$site/dc/updates/wblist" "$site/updates/kScc"
+cp "$root/tests/contract/site/contract/files/wblist.zip" "$site/dc/updates/wblist/wblist.zip"
+cp "$kdowfile" "$site/updates/kScc/KDowFile.dll"
+printf '%s\n' '# The gateway has no black list.' 'gateway /wblist/PatchBlackList.txt 404' >"$site/faults.txt"
+"$root/scripts/sites-fixture.sh" start "$work/sites" "$site" "$sites" >"$work/sites-start.out" 2>&1
+rc=$?
+if [ $rc = 77 ]; then cat "$work/sites-start.out"; exit 77; fi
+if [ $rc != 0 ]; then cat "$work/sites-start.out"; echo "wine-download-pass: the sites server did not start"; exit 1; fi
+finish() {
+  "$wineserver" -k >/dev/null 2>&1 || true
+  "$root/scripts/sites-fixture.sh" stop "$work/sites" >/dev/null 2>&1
+}
+trap finish EXIT
+port() { sed -n "s/^$1=//p" "$work/sites/ports.txt"; }
+gw=$(port gateway) dc=$(port dc) upd=$(port updates)
+echo "== sites: gateway $gw, dc $dc, updates $upd"
+
+# The computer: the agent installed, its program folder without KDowFile.dll.
+"$wine64" wineboot --init >/dev/null 2>&1
+drive_c=$WINEPREFIX/drive_c
+install_win='C:\Program Files\VORN\VORNMobile'
+install=$drive_c/Program\ Files/VORN/VORNMobile
+prog=$install/BaseComponents/PatchManagement
+prog_win="$install_win\\BaseComponents\\PatchManagement"
+mkdir -p "$prog"
+cp "$exe" "$prog/KPMDwld.exe"
+cp "$cipher" "$prog/KEncDec.dll"
+# The demo computer's web-post configuration, and its Microsoft schedule
+# widened to every day, all day: the pass runs whenever the test does.
+demo_install="$root/examples/demo-machine/drives/C/Program Files/VORN/VORNMobile"
+sed -e 's#<WeekDays>[^<]*</WeekDays>#<WeekDays>1,2,3,4,5,6,7</WeekDays>#' \
+    -e 's#<FromTime>[^<]*</FromTime>#<FromTime>00:00</FromTime>#' \
+    -e 's#<ToTime>[^<]*</ToTime>#<ToTime>23:59</ToTime>#' \
+    "$demo_install/BaseComponents/PatchManagement/MSUpd.xml" >"$prog/MSUpd.xml"
+mkdir -p "$install/Configuration"
+cp "$demo_install/Configuration/wpConfig.xml" "$install/Configuration/wpConfig.xml"
+printf '%s\r\n' \
+  '[ProxySettings]' 'ProxyIP=' 'ProxyPort=' 'ProxyUserName=' 'ProxyPassword=' 'IsEncrypt=1' \
+  '[DCConnURL]' "ControllerPSite=http://127.0.0.1:$dc" "ControllerSSite=http://127.0.0.1:$dc/" \
+  '[VornUpdates]' "DownLoadSite=http://127.0.0.1:$dc/updates" \
+  '[Download]' 'PMDownload=http://gateway.example.lan:8080/pm' 'WBListDownload=http://gateway.example.lan:8080/wblist' \
+  >"$install/VORNMobile.ini"
+key='HKLM\SOFTWARE\Wow6432Node\VORNOD'
+for value in "InstallationPath=$install_win" regID=R7 SiteID=S1 MemberID=M1 Type=W; do
+  "$wine64" reg add "$key" /v "${value%%=*}" /d "${value#*=}" /f >/dev/null 2>&1
+done
+mkdir -p "$drive_c/KPMStandins"
+cp "$standins" "$drive_c/KPMStandins/KPMStandins.dll"
+"$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1 || fail "regsvr32 of the stand-in COM server"
+# The host names of the pass, as the download and zip objects see them. The
+# data center is named by address; it is mapped too, for the download object's
+# second attempt.
+printf '%s\r\n' '[Network]' "gateway.example.lan:8080=127.0.0.1:$gw" "update.vornsoft.com=127.0.0.1:$upd" \
+  "127.0.0.1:$dc=127.0.0.1:$dc" '[Downloads]' 'StallSeconds=30' >"$drive_c/KPMStandins/network.ini"
+
+# The window's edges (the minute after midnight, the last one of the day) are waited out.
+seconds=$((10#$(date +%H) * 3600 + 10#$(date +%M) * 60 + 10#$(date +%S)))
+if [ "$seconds" -ge $((86400 - 120)) ]; then sleep $((86400 - seconds + 65)); fi
+if [ "$seconds" -lt 65 ]; then sleep $((65 - seconds)); fi
+
+echo "== the pass"
+start=$SECONDS
+(cd "$prog" && timeout 600 "$wine64" "$prog_win\\KPMDwld.exe" >"$work/wine.out" 2>&1)
+rc=$?
+echo "  pass ran in $((SECONDS - start)) s, exit code $rc"
+[ "$rc" = 0 ] && ok "exit code 0" || fail "exit code $rc"
+
+log_src="$prog/ApplicationLog/wppatchmanagementDownload_R7_patchlog.log"
+win_log=$work/wine.log
+requests=$work/sites/requests.log
+if [ -f "$log_src" ]; then cp "$log_src" "$win_log"; ok "activity log"; else fail "no activity log"; : >"$win_log"; fi
+entries() { tr -d '\r' <"$win_log" | grep -v '^#' | cut -f2-; }  # without the date-time
+
+# The files the pass leaves.
+[ ! -e "$prog/Temp" ] && ok "\"Temp\" removed" || fail "\"Temp\" is still there: $(ls "$prog/Temp" 2>/dev/null | tr '\n' ' ')"
+if [ -f "$prog/KDowFile.dll" ] && cmp -s "$prog/KDowFile.dll" "$kdowfile"; then
+  ok "KDowFile.dll in the program folder, the served bytes"
+else
+  fail "KDowFile.dll missing or not the served file"
+fi
+if entries | grep -q 'Attempt 2nd Downloading again'; then
+  [ -f "$prog/wblist.zip" ] && ok "wblist.zip in the program folder (second attempt ran)" \
+    || fail "the second attempt ran but wblist.zip is not in the program folder"
+else
+  [ ! -e "$prog/wblist.zip" ] && ok "no wblist.zip in the program folder (no second attempt)" \
+    || fail "wblist.zip in the program folder without a second attempt"
+fi
+leftovers=$(find "$install" -name '*.~kpm*' 2>/dev/null)
+[ -z "$leftovers" ] && ok "no temporary download files" || fail "temporary files left: $leftovers"
+grep -q $'\tDownloaded Successfully from the DataCenter' <(entries) \
+  && ok "log: Downloaded Successfully from the DataCenter" || fail "the log does not say the data center's archive arrived"
+grep -q 'Unable to download Black List file' <(entries) \
+  && fail "the log says the black list could not be had" || ok "log: no \"Unable to download Black List file\""
+last=$(entries | tail -n 1 | cut -f4)
+[ "$last" = "Application stopped." ] && ok "last entry: Application stopped." || fail "last entry: $last"
+
+# The requests: site, method, Host, path, query, status, bytes (tabs).
+count() {  # SITE PATH STATUS [HOST]
+  awk -F'\t' -v s="$1" -v p="$2" -v c="$3" -v h="${4:-}" \
+    '$1 == s && $2 == "GET" && $4 == p && $6 == c && (h == "" || $3 == h)' "$requests" | wc -l
+}
+check_count() {  # EXPECTED SITE PATH STATUS [HOST]
+  local n
+  n=$(count "$2" "$3" "$4" "${5:-}")
+  [ "$n" = "$1" ] && ok "$1 x $2 GET $3 $4${5:+ (Host $5)}" || fail "$n x $2 GET $3 $4${5:+ (Host $5)}, expected $1"
+}
+check_count 3 gateway /wblist/PatchBlackList.txt 404 gateway.example.lan:8080
+check_count 1 dc /updates/wblist/wblist.zip 200
+check_count 1 updates /kScc/KDowFile.dll 200 update.vornsoft.com
+total=$(wc -l <"$requests")
+[ "$total" = 5 ] && ok "5 requests in all" || fail "$total requests in all, expected 5"
+
+if [ "$failures" -gt 0 ]; then
+  echo "  --- the activity log:"; tr -d '\r' <"$win_log" | sed 's/^/  | /'
+  echo "  --- the requests:"; sed 's/^/  | /' "$requests"
+fi
+echo "Windows activity log: $win_log"
+echo "request log:          $requests"
+if [ "$failures" -gt 0 ]; then
+  echo "wine-download-pass: $failures checks FAILED (work folder kept: $work)"
+  exit 1
+fi
+echo "wine-download-pass: all checks passed"
+exit 0
