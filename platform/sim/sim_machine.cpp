@@ -53,7 +53,7 @@ std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenO
     impl->automation = std::make_unique<SimAutomation>(s.config);
     impl->standinHost = newSimStandinHost(s.config, *impl->files, s.folder / ".transfers");
     impl->internet = std::make_unique<SimInternet>(impl->standinHost);
-    impl->maker = std::make_unique<SimMaker>(s.config, *impl->files, impl->standinHost);
+    impl->maker = std::make_unique<SimMaker>(s, *impl->files, impl->standinHost);
 
     std::unique_ptr<SimMachine> machine(new SimMachine(std::move(impl)));
     registerStandardClasses(*machine, *machine->impl_->automation);

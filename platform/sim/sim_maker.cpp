@@ -6,6 +6,7 @@
 #include "platform/maker_exports.h"
 #include "platform/sim/sim_config.h"
 #include "platform/sim/sim_files.h"
+#include "platform/sim/sim_state.h"
 #include "standins/async_downloads.h"
 #include "standins/cipher.h"
 #include "standins/md5.h"
@@ -14,18 +15,25 @@ namespace platform::sim {
 
 namespace {
 constexpr int32_t kDllLoadError = 48;  // the runtime's "Error in loading DLL"
-}
+// What LoadLibrary leaves as the last error: no such module, not a valid image.
+constexpr uint32_t kModNotFound = 126;
+constexpr uint32_t kBadExeFormat = 193;
+}  // namespace
 
-SimMaker::SimMaker(const MachineConfig& config, SimFiles& files, std::shared_ptr<standins::StandinHost> host)
-    : config_(config), files_(files), host_(std::move(host)),
+SimMaker::SimMaker(MachineState& state, SimFiles& files, std::shared_ptr<standins::StandinHost> host)
+    : state_(state), files_(files), host_(std::move(host)),
       downloads_(std::make_unique<standins::AsyncDownloads>(host_)) {}
 
 SimMaker::~SimMaker() = default;
 
 void SimMaker::checkLoadable() const {
-    switch (config_.classState("KEncDec")) {
-    case ClassState::Missing: throw ComError(err::FileNotFound, "KPMDwld", "File not found: KEncDec");
-    case ClassState::BadModule: throw ComError(kDllLoadError, "KPMDwld", "Error in loading DLL");
+    switch (state_.config.classState("KEncDec")) {
+    case ClassState::Missing:
+        state_.lastError = kModNotFound;
+        throw ComError(err::FileNotFound, "KPMDwld", "File not found: KEncDec");
+    case ClassState::BadModule:
+        state_.lastError = kBadExeFormat;
+        throw ComError(kDllLoadError, "KPMDwld", "Error in loading DLL");
     case ClassState::Normal: break;
     }
 }
@@ -43,10 +51,12 @@ int32_t SimMaker::decryptData(std::string& buffer, int32_t length) {
 }
 
 void SimMaker::requireLibrary(const char* fileName) const {
-    const std::string& exe = config_.exePath;
+    const std::string& exe = state_.config.exePath;
     const std::string path = exe.substr(0, exe.find_last_of('\\') + 1) + fileName;
-    if (!files_.fileExists(path))
+    if (!files_.fileExists(path)) {
+        state_.lastError = kModNotFound;
         throw ComError(err::FileNotFound, "KPMDwld", std::string("File not found: ") + fileName);
+    }
 }
 
 int32_t SimMaker::asyncDownloadFile(const std::string& url, const std::string& destination) {
@@ -58,7 +68,7 @@ int32_t SimMaker::getDownloadFinalStatus(int32_t job, int64_t& bytesReceived) {
     requireLibrary(maker_exports::kDownloadLibrary);
     long long bytes = 0;
     // Sleeps take no real time here, so the query waits for the transfer to move.
-    long status = downloads_->status(job, bytes, config_.pollWaitMs);
+    long status = downloads_->status(job, bytes, state_.config.pollWaitMs);
     bytesReceived = bytes;
     return static_cast<int32_t>(status);
 }

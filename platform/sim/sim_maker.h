@@ -19,12 +19,12 @@ class StandinHost;
 
 namespace platform::sim {
 
-struct MachineConfig;
+struct MachineState;
 class SimFiles;
 
 class SimMaker : public MakerLibraries {
 public:
-    SimMaker(const MachineConfig& config, SimFiles& files, std::shared_ptr<standins::StandinHost> host);
+    SimMaker(MachineState& state, SimFiles& files, std::shared_ptr<standins::StandinHost> host);
     ~SimMaker() override;
 
     int32_t encryptData(std::string& buffer, int32_t length) override;
@@ -40,7 +40,7 @@ private:
     void requireLibrary(const char* fileName) const;
     bool md5(const std::string& path, size_t block, std::string& out) const;
 
-    const MachineConfig& config_;
+    MachineState& state_;
     SimFiles& files_;
     std::shared_ptr<standins::StandinHost> host_;
     std::unique_ptr<standins::AsyncDownloads> downloads_;

@@ -51,14 +51,18 @@ std::string windowsError(DWORD code) {
     return words.empty() ? "system error " + std::to_string(code) : words + " (" + std::to_string(code) + ")";
 }
 
-// WinINet's failures in the words the download stand-ins report on every machine.
-std::string internetError(DWORD code, const std::string& endpoint, unsigned stallSeconds) {
+// WinINet's failures in the words the download stand-ins report on every
+// machine (standins::reason), so that a pass logs the same text everywhere.
+std::string internetError(DWORD code, const HttpUrl& url, const std::string& endpoint, unsigned stallSeconds,
+                          uint64_t received) {
     switch (code) {
-    case ERROR_INTERNET_TIMEOUT: return "no data for " + std::to_string(stallSeconds) + " s from " + endpoint;
-    case ERROR_INTERNET_CANNOT_CONNECT: return "could not connect to " + endpoint + " (connection refused)";
-    case ERROR_INTERNET_CONNECTION_ABORTED: return "the connection to " + endpoint + " was closed";
-    case ERROR_INTERNET_CONNECTION_RESET: return "the connection to " + endpoint + " was reset";
-    case ERROR_HTTP_INVALID_SERVER_RESPONSE: return "unreadable answer from " + endpoint;
+    case ERROR_INTERNET_TIMEOUT: return reason::stalled(stallSeconds);
+    case ERROR_INTERNET_NAME_NOT_RESOLVED: return reason::hostNotFound(url.host);
+    case ERROR_INTERNET_CANNOT_CONNECT: return reason::cannotConnect(url.host, url.port);
+    case ERROR_INTERNET_CONNECTION_ABORTED:
+    case ERROR_INTERNET_CONNECTION_RESET:
+        return received == 0 && code == ERROR_INTERNET_CONNECTION_RESET ? reason::cannotConnect(url.host, url.port)
+                                                                        : reason::interrupted(received);
     case ERROR_INTERNET_OPERATION_CANCELLED: return "cancelled";
     default: break;
     }
@@ -97,7 +101,7 @@ public:
         }
         auto parsed = parseHttpUrl(url);
         if (!parsed) {
-            r.reason = "not an http URL: " + url;
+            r.reason = reason::notHttp(url);
             return r;
         }
         Endpoint to{parsed->host, parsed->port};
@@ -105,18 +109,19 @@ public:
             auto mapped = settings_.map.resolve(parsed->host, parsed->port);
             if (!mapped) {
                 // Nothing outside the machine is reachable: an unmapped host is unknown.
-                r.reason = "host not found: " + parsed->host;
+                r.reason = reason::hostNotFound(parsed->host);
                 r.unresolved = true;
                 return r;
             }
             to = *mapped;
         } else if (!isLoopbackAddress(parsed->host)) {
             // Without a map a URL is used as it is, but never one that leaves the machine.
-            r.reason = "host not found: " + parsed->host;
+            r.reason = reason::hostNotFound(parsed->host);
             r.unresolved = true;
             return r;
         }
         const std::string endpoint = to.address + ":" + std::to_string(to.port);
+        url_ = *parsed;
         DWORD stallMs = settings_.stallSeconds * 1000;
 
         // Direct connections only: the computer's proxy is never asked.
@@ -162,7 +167,7 @@ public:
         if (status < 200 || status > 299) {
             // An error page is no file: its body is not read.
             const std::string text = queryText(request.get(), HTTP_QUERY_STATUS_TEXT);
-            r.reason = "HTTP " + std::to_string(status) + (text.empty() ? "" : " " + text);
+            r.reason = reason::httpStatus(static_cast<long>(status), text);
             return r;
         }
 
@@ -181,15 +186,14 @@ public:
             if (got == 0) break;
             r.bytes += got;
             if (!onData(buf.data(), got)) {
-                r.reason = "the file could not be written";
+                r.reason = reason::notWritten("the file");  // the target says which
                 return r;
             }
         }
         // WinINet ends a body cut short as if it were complete: the length the
         // server announced tells them apart.
         if (lengthKnown && r.bytes != expected) {
-            r.reason = "the connection to " + endpoint + " closed after " + std::to_string(r.bytes) + " of " +
-                       std::to_string(expected) + " bytes";
+            r.reason = reason::interrupted(r.bytes);
             return r;
         }
         r.ok = true;
@@ -199,12 +203,13 @@ public:
 private:
     TransferResult& failed(TransferResult& r, DWORD code, const std::string& endpoint) const {
         r.ok = false;
-        r.reason = internetError(code, endpoint, settings_.stallSeconds);
+        r.reason = internetError(code, url_, endpoint, settings_.stallSeconds, r.bytes);
         r.unresolved = code == ERROR_INTERNET_NAME_NOT_RESOLVED;
         return r;
     }
 
     NetworkSettings settings_;
+    HttpUrl url_;  // the URL of the transfer under way, for the failure's words
 };
 
 // Written as "<destination>.~kpm<pid>-<n>.part" beside the destination and

@@ -296,5 +296,5 @@ TEST(Channels, ChecksumsMatchMd5sum) {
     EXPECT_EQ(kpm::fncCheckSum(file), "");
     m.close();
     EXPECT_EQ(since(m, from), (std::vector<std::string>{
-                                  "fncCheckSum|ERROR| Unable to generate MD5 Checksum|53|File not found: KGnMD5.dll|2"}));
+                                  "fncCheckSum|ERROR| Unable to generate MD5 Checksum|53|File not found: KGnMD5.dll|126"}));
 }
