@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# wine-compare.sh --exe KPMDwld.exe --standins KPMStandins.dll --cipher KEncDec.dll --sim kpmdwld-sim [--work DIR]
+# wine-compare.sh --exe KPMDwld.exe --standins KPMStandins.dll --cipher KEncDec.dll --kdowfile KDowFile.dll
+#                 --sim kpmdwld-sim [--work DIR]
 #
 # The same machine twice: the demo machine (examples/demo-machine) turned into
 # a Wine prefix and passed through the real KPMDwld.exe, and the same folder
@@ -9,18 +10,19 @@
 # Exit status: 0 the same, 1 they differ, 77 skipped (no wine64).
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
-exe="" standins="" cipher="" sim="" work=""
+exe="" standins="" cipher="" kdowfile="" sim="" work=""
 while [ $# -gt 0 ]; do
   case "$1" in
     --exe) exe=$2; shift 2 ;;
     --standins) standins=$2; shift 2 ;;
     --cipher) cipher=$2; shift 2 ;;
+    --kdowfile) kdowfile=$2; shift 2 ;;
     --sim) sim=$2; shift 2 ;;
     --work) work=$2; shift 2 ;;
-    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --sim KPMDWLD_SIM [--work DIR]" >&2; exit 2 ;;
+    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --kdowfile DLL --sim KPMDWLD_SIM [--work DIR]" >&2; exit 2 ;;
   esac
 done
-for f in "$exe" "$standins" "$cipher" "$sim"; do
+for f in "$exe" "$standins" "$cipher" "$kdowfile" "$sim"; do
   [ -n "$f" ] && [ -f "$f" ] || { echo "wine-compare: missing input '$f'" >&2; exit 2; }
 done
 wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
@@ -57,6 +59,17 @@ cp "$demo/registry.reg" "$work/demo.reg"
 
 # The simulated side: the same folder.
 cp -r "$demo" "$work/sim-machine"
+
+# No site runs here, and nothing may be looked up outside the machine: the
+# stand-ins' map names no host, the download library is already in place
+# (no fetch falls through to the system's URL download of the maker's host),
+# and the data center, which the system's URL download reaches, is a closed
+# loopback port on both sides.
+agent_ini='Program Files/VORN/VORNMobile/VORNMobile.ini'
+for side in "$WINEPREFIX/drive_c" "$work/sim-machine/drives/C"; do
+  sed -i 's#^DownLoadSite=.*#DownLoadSite=http://127.0.0.1:9/updates\r#' "$side/$agent_ini"
+  cp "$kdowfile" "$side/$install_rel/$program/KDowFile.dll"
+done
 
 # Both at the same moment (the schedule decides by the clock). Near an edge of
 # the demo's windows (16:00, 17:00) or midnight the two could fall on either

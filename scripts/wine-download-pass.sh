@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # wine-download-pass.sh --exe KPMDwld.exe --standins KPMStandins.dll --cipher KEncDec.dll
-#                       --kdowfile KDowFile.dll [--sites kpm-sites] [--work DIR]
+#                       --kdowfile KDowFile.dll [--sites kpm-sites] [--sim kpmdwld-sim] [--work DIR]
 #
 # A whole pass of the real (64-bit) KPMDwld.exe under wine64 that fetches its
 # files from the loopback sites server (kpm-sites, started with
@@ -21,13 +21,21 @@
 #   3 x gateway GET /wblist/PatchBlackList.txt 404 (Host gateway.example.lan:8080)
 #   1 x dc      GET /updates/wblist/wblist.zip 200
 #   1 x updates GET /kScc/KDowFile.dll 200         (Host update.vornsoft.com)
+# The same day's third-party schedule makes the pass fetch the product list
+# too: the gateway's library answers 404 for /pm/pdlist.zip, the data
+# center's /updates/wblist/pdlist.zip arrives through the download object.
+# With --sim, the same computer (its files as they were before the pass, its
+# registry key, the same host map) then makes the same pass on the simulated
+# machine at the same moment, against the same sites: the two activity logs
+# (without date-times; 8.3 aliases compared as "~"), the files left in the
+# program folder and the requests each pass made must be the same.
 # The activity log and the request log stay in the work folder (printed).
 # Exit status: 0 all passed, 1 a check failed, 2 usage, 77 skipped (no wine64
 # or no kpm-sites).
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
 
-exe="" standins="" cipher="" kdowfile="" sites="" work=""
+exe="" standins="" cipher="" kdowfile="" sites="" sim="" work=""
 while [ $# -gt 0 ]; do
   case "$1" in
     --exe) exe=$2; shift 2 ;;
@@ -35,11 +43,16 @@ while [ $# -gt 0 ]; do
     --cipher) cipher=$2; shift 2 ;;
     --kdowfile) kdowfile=$2; shift 2 ;;
     --sites) sites=$2; shift 2 ;;
+    --sim) sim=$2; shift 2 ;;
     --work) work=$2; shift 2 ;;
     *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --kdowfile DLL [--sites KPM_SITES] [--work DIR]" >&2
        exit 2 ;;
   esac
 done
+if [ -n "$sim" ] && [ ! -x "$sim" ]; then
+  echo "NOTE: no simulated runner at $sim: the comparison with the simulated machine is left out"
+  sim=""
+fi
 for f in "$exe" "$standins" "$cipher" "$kdowfile"; do
   [ -n "$f" ] && [ -f "$f" ] || { echo "wine-download-pass: missing input '$f'" >&2; exit 2; }
 done
@@ -64,6 +77,9 @@ site=$work/site
 mkdir -p "$site/gateway/wblist" "$site/dc/updates/wblist" "$site/updates/kScc"
 cp "$root/tests/contract/site/contract/files/wblist.zip" "$site/dc/updates/wblist/wblist.zip"
 cp "$kdowfile" "$site/updates/kScc/KDowFile.dll"
+demo_sites=$root/examples/demo-sites/dc/updates/wblist
+(cd "$demo_sites" && zip -q -X "$site/dc/updates/wblist/pdlist.zip" PDList.xml AUOptions.xml) ||
+  { echo "wine-download-pass: zip failed"; exit 1; }
 printf '%s\n' '# The gateway has no black list.' 'gateway /wblist/PatchBlackList.txt 404' >"$site/faults.txt"
 "$root/scripts/sites-fixture.sh" start "$work/sites" "$site" "$sites" >"$work/sites-start.out" 2>&1
 rc=$?
@@ -95,6 +111,10 @@ sed -e 's#<WeekDays>[^<]*</WeekDays>#<WeekDays>1,2,3,4,5,6,7</WeekDays>#' \
     -e 's#<FromTime>[^<]*</FromTime>#<FromTime>00:00</FromTime>#' \
     -e 's#<ToTime>[^<]*</ToTime>#<ToTime>23:59</ToTime>#' \
     "$demo_install/BaseComponents/PatchManagement/MSUpd.xml" >"$prog/MSUpd.xml"
+sed -e 's#<WeekDays>[^<]*</WeekDays>#<WeekDays>1,2,3,4,5,6,7</WeekDays>#' \
+    -e 's#<FromTime>[^<]*</FromTime>#<FromTime>00:00</FromTime>#' \
+    -e 's#<ToTime>[^<]*</ToTime>#<ToTime>23:59</ToTime>#' \
+    "$root/examples/demo-sources/Autosch_ddmmyyyy.xml.template" >"$prog/Autosch_$(date +%d%m%Y).xml"
 mkdir -p "$install/Configuration"
 cp "$demo_install/Configuration/wpConfig.xml" "$install/Configuration/wpConfig.xml"
 printf '%s\r\n' \
@@ -121,7 +141,20 @@ seconds=$((10#$(date +%H) * 3600 + 10#$(date +%M) * 60 + 10#$(date +%S)))
 if [ "$seconds" -ge $((86400 - 120)) ]; then sleep $((86400 - seconds + 65)); fi
 if [ "$seconds" -lt 65 ]; then sleep $((65 - seconds)); fi
 
+# The simulated computer: the same files as they are now, the same key and map.
+if [ -n "$sim" ]; then
+  simm=$work/sim-machine
+  mkdir -p "$simm/drives/C/Program Files/VORN"
+  cp -r "$install" "$simm/drives/C/Program Files/VORN/"
+  printf '%s\r\n' 'Windows Registry Editor Version 5.00' '' '[HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\VORNOD]' \
+    '"InstallationPath"="C:\\Program Files\\VORN\\VORNMobile"' '"regID"="R7"' '"SiteID"="S1"' '"MemberID"="M1"' \
+    '"Type"="W"' >"$simm/registry.reg"
+  { printf '%s\r\n' '[Machine]' "ExePath=$prog_win\\KPMDwld.exe" 'Is64BitOS=1'
+    tr -d '\r' <"$drive_c/KPMStandins/network.ini" | sed 's/$/\r/'; } >"$simm/machine.ini"
+fi
+
 echo "== the pass"
+now=$(date +%Y-%m-%dT%H:%M:%S)
 start=$SECONDS
 (cd "$prog" && timeout 600 "$wine64" "$prog_win\\KPMDwld.exe" >"$work/wine.out" 2>&1)
 rc=$?
@@ -170,8 +203,39 @@ check_count() {  # EXPECTED SITE PATH STATUS [HOST]
 check_count 3 gateway /wblist/PatchBlackList.txt 404 gateway.example.lan:8080
 check_count 1 dc /updates/wblist/wblist.zip 200
 check_count 1 updates /kScc/KDowFile.dll 200 update.vornsoft.com
+check_count 1 gateway /pm/pdlist.zip 404 gateway.example.lan:8080
+check_count 1 dc /updates/wblist/pdlist.zip 200
 total=$(wc -l <"$requests")
-[ "$total" = 5 ] && ok "5 requests in all" || fail "$total requests in all, expected 5"
+[ "$total" = 7 ] && ok "7 requests in all" || fail "$total requests in all, expected 7"
+grep -q $'\tDownload Complete..File copied\t.*pdlist.zip' <(entries) \
+  && ok "log: the product list arrived" || fail "the log does not say the product list arrived"
+
+if [ -n "$sim" ]; then
+  echo "== the same pass on the simulated machine"
+  wine_requests=$(wc -l <"$requests")
+  "$sim" --now "$now" "$simm" >"$work/sim.out" 2>&1
+  sim_rc=$?
+  [ "$sim_rc" = "$rc" ] && ok "exit codes $rc" || fail "exit codes: Wine $rc, simulated $sim_rc"
+  normal_log() {  # entries without the date-time; 8.3 aliases as "~"
+    [ -f "$1" ] || { echo "(no log)"; return; }
+    tr -d '\r' <"$1" | grep -v '^#' | cut -f2- | sed -E 's/[A-Za-z0-9_$-]*~[A-Za-z0-9_]+/~/g'
+  }
+  normal_log "$win_log" >"$work/wine.entries"
+  normal_log "$simm/drives/C/Program Files/VORN/VORNMobile/BaseComponents/PatchManagement/ApplicationLog/wppatchmanagementDownload_R7_patchlog.log" >"$work/sim.entries"
+  diff -u "$work/sim.entries" "$work/wine.entries" >"$work/log.diff" \
+    && ok "activity logs match ($(wc -l <"$work/wine.entries") entries)" \
+    || { fail "activity logs differ (- simulated, + Wine):"; sed 's/^/    /' "$work/log.diff" | head -n 60; }
+  listing() { (cd "$1" && find . -path ./ApplicationLog -prune -o -type f -printf '%p %s\n' | sort); }
+  listing "$prog" >"$work/wine.files"
+  listing "$simm/drives/C/Program Files/VORN/VORNMobile/BaseComponents/PatchManagement" >"$work/sim.files"
+  diff -u "$work/sim.files" "$work/wine.files" >"$work/files.diff" && ok "program folders match" \
+    || { fail "program folders differ:"; sed 's/^/    /' "$work/files.diff"; }
+  cut -f1,2,3,4,6,7 "$requests" | head -n "$wine_requests" >"$work/wine.requests"
+  cut -f1,2,3,4,6,7 "$requests" | tail -n "+$((wine_requests + 1))" >"$work/sim.requests"
+  diff -u "$work/sim.requests" "$work/wine.requests" >"$work/requests.diff" \
+    && ok "the sites saw the same $(wc -l <"$work/wine.requests") requests" \
+    || { fail "the requests differ:"; sed 's/^/    /' "$work/requests.diff"; }
+fi
 
 if [ "$failures" -gt 0 ]; then
   echo "  --- the activity log:"; tr -d '\r' <"$win_log" | sed 's/^/  | /'

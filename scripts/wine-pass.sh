@@ -56,6 +56,9 @@ prepare() {
   mkdir -p "$prog"
   cp "$exe" "$prog/KPMDwld.exe"
   [ -n "$cipher" ] && cp "$cipher" "$prog/KEncDec.dll"
+  # The download library is in place, so no fetch of it falls through to the
+  # system's URL download of the maker's host (a name outside this machine).
+  printf 'MZ' >"$prog/KDowFile.dll"
   if [ -n "$standins" ]; then
     mkdir -p "$drive_c/KPMStandins"
     cp "$standins" "$drive_c/KPMStandins/KPMStandins.dll"

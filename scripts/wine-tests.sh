@@ -127,7 +127,7 @@ else
     step "demo machine: Wine pass matches the simulated pass" \
       "$root/scripts/wine-compare.sh" --exe $build64/platform/win32/KPMDwld.exe \
       --standins $build64/standins/com/KPMStandins.dll --cipher $build64/standins/com/KEncDec.dll \
-      --sim "$sim_bin" --work "$logs/compare"
+      --kdowfile $build64/standins/com/KDowFile.dll --sim "$sim_bin" --work "$logs/compare"
   else
     skip "demo machine: Wine pass matches the simulated pass" "no native kpmdwld-sim built"
   fi
