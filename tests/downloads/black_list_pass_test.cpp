@@ -170,3 +170,24 @@ TEST(BlackListPass, SourcesInTurn) {
         EXPECT_EQ(msgs.back(), "ModComman|CloseAll|INFO|Application stopped.|||");
     }
 }
+
+TEST(BlackListPass, AnUnconfiguredGatewayStillMakesThreeAttempts) {
+    // The blank test comes after the "/" was added, so it never holds: the
+    // address is "/" + the file name, and every attempt fails.
+    DownloadMachine m;
+    m.writeAgentIni("PMDownload=http://gateway.corp.lan:8080/pm\r\n");
+    m.sites().setFault("dc", "*", sites::Fault::refuse());
+    ASSERT_EQ(m.runPass(), 0);
+    std::vector<std::string> expected = {"Download_BlackList|INFO|Downloading From GateWay.|||",
+                                         "Download_BlackList|INFO|URL|/PatchBlackList.txt||",
+                                         "Download_BlackList|INFO|File name|PatchBlackList.txt||"};
+    for (int i = 1; i <= 3; ++i) expected.push_back("Download_BlackList|INFO|Attempt|" + std::to_string(i) + "||");
+    expected.push_back("Download_BlackList|ERROR|Download Failed 3 times , Aborting download now|||");
+    EXPECT_EQ(m.entriesOf("Download_BlackList"), expected);
+    auto attempts = m.entriesOf("fncDownloadFile");
+    ASSERT_GE(attempts.size(), 3u);
+    EXPECT_EQ(attempts[0], "fncDownloadFile|ERROR|Downloading file from /PatchBlackList.txt|0|not an http URL: "
+                           "/PatchBlackList.txt|/PatchBlackList.txt");
+    auto msgs = m.logMessages();
+    EXPECT_EQ(std::count(msgs.begin(), msgs.end(), "ModMain|Main|INFO|Unable to download Black List file|||"), 1);
+}
