@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# sites-fixture.sh start DIR SITEFOLDER [KPM_SITES]
+# sites-fixture.sh start DIR SITEFOLDER [KPM_SITES] [--proxy USER:PASS|-]
 # sites-fixture.sh stop DIR
 #
 # Starts and stops the loopback sites server (kpm-sites) for tests: a CTest
@@ -12,13 +12,15 @@
 #   DIR/ports.txt holds a "NAME=PORT" line per site. Also in DIR: pid,
 #   requests.log (one line per request), server.out.
 #   The server is the KPM_SITES argument, else $KPM_SITES, else
-#   build/linux-debug/sites/kpm-sites of this tree.
+#   build/linux-debug/sites/kpm-sites of this tree. --proxy also starts the
+#   server's proxy (asking for USER:PASS unless '-'); ports.txt then has a
+#   "proxy=PORT" line too.
 # stop: ends the server DIR/pid names (SIGTERM) and waits for it. DIR's logs stay.
 #
 # Exit status: 0 done, 1 failed, 2 usage, 77 skipped (no kpm-sites built).
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
-usage() { echo "usage: $0 start DIR SITEFOLDER [KPM_SITES] | stop DIR" >&2; exit 2; }
+usage() { echo "usage: $0 start DIR SITEFOLDER [KPM_SITES] [--proxy USER:PASS|-] | stop DIR" >&2; exit 2; }
 [ $# -ge 2 ] || usage
 action=$1 dir=$2
 
@@ -41,8 +43,16 @@ case "$action" in
 start)
   [ $# -ge 3 ] || usage
   sitefolder=$3
+  shift 3
+  given="" proxy=()
+  while [ $# -gt 0 ]; do
+    case "$1" in
+    --proxy) [ $# -ge 2 ] || usage; proxy=(--proxy "$2"); shift 2 ;;
+    *) given=$1; shift ;;
+    esac
+  done
   server=""
-  for candidate in "${4:-}" "${KPM_SITES:-}" "$root/build/linux-debug/sites/kpm-sites"; do
+  for candidate in "$given" "${KPM_SITES:-}" "$root/build/linux-debug/sites/kpm-sites"; do
     if [ -n "$candidate" ] && [ -x "$candidate" ]; then server=$candidate; break; fi
   done
   if [ -z "$server" ]; then
@@ -64,7 +74,7 @@ start)
   if [ -f "$sitefolder/faults.txt" ]; then cp "$sitefolder/faults.txt" "$dir/faults.txt"; else : >"$dir/faults.txt"; fi
   # Detached from the caller's output: ctest would otherwise wait for the
   # server to close the pipes it inherited.
-  "$server" "${args[@]}" --faults "$dir/faults.txt" --log "$dir/requests.log" \
+  "$server" "${args[@]}" ${proxy[@]+"${proxy[@]}"} --faults "$dir/faults.txt" --log "$dir/requests.log" \
     --ports-file "$dir/ports.txt" </dev/null >"$dir/server.out" 2>&1 &
   pid=$!
   echo "$pid" >"$dir/pid"

@@ -2,6 +2,7 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <cctype>
 #include <sstream>
 #include <string>
@@ -23,6 +24,10 @@ using DocPtr = std::shared_ptr<Tree>;
 constexpr int32_t kXmlFail = static_cast<int32_t>(0x80004005);
 // parseError.errorCode of a document that did not parse (XML_E_... family).
 constexpr int32_t kParseFailed = static_cast<int32_t>(0xC00CE501);
+// How deep elements may nest in a loaded document, as real parsers limit it
+// (MSXML 6's MaxElementDepth default). The tree's readers recurse per level,
+// so a deeper file is refused at load rather than overflowing the stack.
+constexpr size_t kMaxElementDepth = 256;
 constexpr int32_t kLoadFileMissing = static_cast<int32_t>(0x800C0006);
 
 std::string lower(std::string_view s) {
@@ -368,12 +373,21 @@ protected:
         }
     }
 
+    // Every element below n in document order, walked without recursion.
     static void collectElements(pugi::xml_node n, const std::string& name,
                                 std::vector<Variant>& out, const DocPtr& doc) {
-        for (pugi::xml_node c = n.first_child(); c; c = c.next_sibling()) {
-            if (c.type() != pugi::node_element) continue;
-            if (name == "*" || name == c.name()) out.push_back(wrapNode(doc, c));
-            collectElements(c, name, out, doc);
+        pugi::xml_node c = n.first_child();
+        while (c) {
+            if (c.type() == pugi::node_element) {
+                if (name == "*" || name == c.name()) out.push_back(wrapNode(doc, c));
+                if (c.first_child()) {
+                    c = c.first_child();
+                    continue;
+                }
+            }
+            while (c && !c.next_sibling() && c != n) c = c.parent();
+            if (!c || c == n) break;
+            c = c.next_sibling();
         }
     }
     void collectElements(pugi::xml_node n, const std::string& name, std::vector<Variant>& out) {
@@ -443,6 +457,27 @@ public:
     }
 
 private:
+    // The deepest nesting of elements, walked without recursion.
+    static size_t depthOf(const pugi::xml_node& root) {
+        size_t depth = 0, deepest = 0;
+        pugi::xml_node c = root.first_child();
+        while (c) {
+            if (c.type() == pugi::node_element) deepest = std::max(deepest, depth + 1);
+            if (c.first_child()) {
+                c = c.first_child();
+                ++depth;
+                continue;
+            }
+            while (c && !c.next_sibling() && c != root) {
+                c = c.parent();
+                if (depth > 0) --depth;
+            }
+            if (!c || c == root) break;
+            c = c.next_sibling();
+        }
+        return deepest;
+    }
+
     bool parse(std::string text) {
         // A UTF-8 byte order mark is not content.
         if (text.size() >= 3 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
@@ -494,6 +529,10 @@ private:
             return false;
         }
         for (pugi::xml_node b : blank) doc->remove_child(b);
+        if (depthOf(*doc) > kMaxElementDepth) {
+            clear(kParseFailed, "Element depth exceeds limit in MaxElementDepth property.", 0);
+            return false;
+        }
         doc_ = std::move(tree);
         node_ = doc_->doc;
         errorCode_ = 0;

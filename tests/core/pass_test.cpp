@@ -172,3 +172,13 @@ TEST(Pass, NormalEndRemovesTheTempFolder) {
     // The download list is recreated empty on every pass.
     EXPECT_EQ(m.read(std::string(kpmtest::kInstallPath) + "BaseComponents\\PatchManagement\\DwldURL.txt"), "");
 }
+
+TEST(Pass, AScheduleNestedTooDeepIsNotReadAndThePassEnds) {
+    TestMachine m;
+    std::string xml = "<patchmanagement>";
+    for (int i = 0; i < 100000; ++i) xml += "<autopatchdeploy>";
+    for (int i = 0; i < 100000; ++i) xml += "</autopatchdeploy>";
+    m.writeFile(std::string(kpmtest::kProgramFolder) + "\\MSUpd.xml", xml + "</patchmanagement>");
+    EXPECT_EQ(m.runPass(at(kNow)), 0);
+    EXPECT_EQ(m.logMessages().back(), "ModComman|CloseAll|INFO|Application stopped.|||");
+}

@@ -157,6 +157,27 @@ TEST_F(XmlDom, ElementSearchAndXPath) {
     }
 }
 
+TEST_F(XmlDom, NestingBeyondTheLimitDoesNotLoad) {
+    auto nested = [](size_t depth) {
+        std::string xml;
+        for (size_t i = 0; i < depth; ++i) xml += "<e>";
+        for (size_t i = 0; i < depth; ++i) xml += "</e>";
+        return xml;
+    };
+    // At the limit every element is found; beyond it (a hostile file of
+    // 100,000 levels included) the document is refused, not walked.
+    ASSERT_TRUE(doc.call("loadXML", nested(256)).toBool());
+    EXPECT_EQ(doc.call("getElementsByTagName", "e").toObject().get("length").toLong(), 256);
+    EXPECT_EQ(doc.get("text").toString(), "");
+    for (size_t depth : {257u, 100000u}) {
+        SCOPED_TRACE(depth);
+        EXPECT_FALSE(doc.call("loadXML", nested(depth)).toBool());
+        EXPECT_EQ(doc.obj("parseError").get("reason").toString(),
+                  "Element depth exceeds limit in MaxElementDepth property.");
+        EXPECT_EQ(doc.call("getElementsByTagName", "e").toObject().get("length").toLong(), 0);
+    }
+}
+
 TEST_F(XmlDom, LoadReadsWindowsPathsThroughTheMachine) {
     machine.writeFile("C:\\Data\\ok.xml", "\xEF\xBB\xBF<?xml version=\"1.0\"?>\r\n<a><b>1</b></a>\r\n");
     machine.writeFile("C:\\Data\\bad.xml", "<a><b>1</b>");
