@@ -3,6 +3,7 @@
 #include "platform/sim/sim_files.h"
 #include "platform/sim/sim_machine.h"
 #include "platform/sim/sim_objects.h"
+#include "platform/sim/sim_xmlhttp.h"
 #include "platform/sim/xml_dom.h"
 #include "standins/job_download.h"
 #include "standins/update_service_manager.h"
@@ -29,6 +30,8 @@ void registerStandardClasses(SimMachine& machine, SimAutomation& automation) {
     automation.registerClass(standins::kZipProgId, [m] {
         return Object(std::make_shared<standins::ZipComponent>(m->standinHost()));
     });
+    for (const char* progId : kServerXmlHttpProgIds)
+        automation.registerClass(progId, [m] { return makeServerXmlHttp(m->config()); });
 }
 
 }  // namespace platform::sim
