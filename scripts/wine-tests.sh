@@ -78,9 +78,9 @@ exports32() {
   local dir=$build32/standins/com status=0 dll names
   "$root/scripts/check-imports.sh" i686-w64-mingw32-objdump $dir/KEncDec.dll $dir/KDowFile.dll $dir/KGnMD5.dll \
     $dir/KPMStandins.dll || status=1
-  for spec in "KEncDec.dll DecryptData EncryptData" "KDowFile.dll AsyncDownloadFile GetDownloadFinalStatus" \
+  for exports in "KEncDec.dll DecryptData EncryptData" "KDowFile.dll AsyncDownloadFile GetDownloadFinalStatus" \
               "KGnMD5.dll KGetMD5 KGetMD5WBlock"; do
-    set -- $spec
+    set -- $exports
     dll=$1; shift
     names=$(i686-w64-mingw32-objdump -p "$dir/$dll" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' |
       sed -n 's/^[[:space:]]*\[ *[0-9]*\] //p' | sort | tr '\n' ' ')
