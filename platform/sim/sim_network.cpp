@@ -16,12 +16,12 @@ namespace platform::sim {
 
 namespace fs = std::filesystem;
 
-namespace {
-
 void initCurlOnce() {
     static std::once_flag once;
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
 }
+
+namespace {
 
 class CurlTransport final : public standins::Transport {
 public:

@@ -16,6 +16,9 @@ namespace platform::sim {
 struct MachineConfig;
 class SimFiles;
 
+// libcurl's process-wide set-up, once, before the first transfer.
+void initCurlOnce();
+
 // libcurl with the machine's host map: an unmapped host fails as an
 // unresolvable one; a transfer that receives nothing for `stallSeconds` fails.
 std::unique_ptr<standins::Transport> newCurlTransport(const MachineConfig& config);

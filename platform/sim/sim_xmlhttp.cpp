@@ -13,6 +13,7 @@
 
 #include "platform/errors.h"
 #include "platform/sim/sim_config.h"
+#include "platform/sim/sim_network.h"
 #include "standins/dispatch_base.h"
 #include "standins/network_map.h"
 
@@ -42,11 +43,6 @@ std::string trimmed(std::string s) {
 // An optional argument a late-bound caller may leave out or pass as Empty.
 bool given(standins::DispatchBase::Args args, size_t i) {
     return args.size() > i && !args[i].value.isEmpty() && !args[i].value.isNull();
-}
-
-void initCurlOnce() {
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
 }
 
 struct CurlDeleter {

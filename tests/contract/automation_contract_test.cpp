@@ -16,22 +16,12 @@ namespace {
 
 using namespace platform;
 using contract::ContractTest;
+using contract::errorOf;
 
 class Automation : public ContractTest {
 protected:
     Object echo() { return automation().createObject(standins::kEchoProgId); }
 };
-
-// The error a call fails with; number 0 when it does not fail.
-template <class F>
-ComError errorOf(F&& f) {
-    try {
-        f();
-    } catch (const ComError& e) {
-        return e;
-    }
-    return ComError(0, "", "");
-}
 
 TEST_F(Automation, AnUnknownProgIdCannotCreateAnObject) {
     ComError e = errorOf([&] { automation().createObject("KPMContract.NoSuchClass"); });

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -82,5 +83,26 @@ private:
 
 // A unique text for names that live beyond one process (mutexes).
 std::string uniqueSuffix();
+
+// The error a call fails with; number 0 when it does not fail.
+template <class F>
+platform::ComError errorOf(F&& f) {
+    try {
+        f();
+    } catch (const platform::ComError& e) {
+        return e;
+    }
+    return platform::ComError(0, "", "");
+}
+
+// The sites server the contract fixture started (scripts/sites-fixture.sh):
+// its folder ($KPM_SITES_DIR) and its ports by name, read through `env`.
+// Empty ports, with `why` said, when no server runs.
+struct SitesServer {
+    std::string dir;
+    std::map<std::string, int> ports;
+    std::string why;
+};
+SitesServer findSitesServer(const Env& env);
 
 }  // namespace contract

@@ -23,6 +23,7 @@ namespace {
 
 using namespace platform;
 using contract::ContractTest;
+using contract::errorOf;
 
 // The sites' files, as tests/contract/site holds them.
 const std::string kHello = "Hello from the sites server.\r\n";
@@ -44,16 +45,6 @@ std::string blackList() {  // PatchBlackList.txt in files/wblist.zip (deflated t
 }
 
 const std::string kBlackListDR = "KB4023057\r\n";  // PatchBlackListDR.txt (stored)
-
-template <class F>
-ComError errorOf(F&& f) {
-    try {
-        f();
-    } catch (const ComError& e) {
-        return e;
-    }
-    return ComError(0, "", "");
-}
 
 // The ways the program fetches a file.
 enum class Channel { DownloadLibrary, UrlDownload, JobObject };
@@ -125,18 +116,11 @@ class Downloads : public ContractTest {
 protected:
     void SetUp() override {
         ContractTest::SetUp();
-        const char* dir = std::getenv("KPM_SITES_DIR");
-        if (!dir || !*dir) GTEST_SKIP() << "no sites server: KPM_SITES_DIR is not set";
-        sitesDir_ = dir;
-        std::ifstream ports(env().testerPath(sitesDir_ + "/ports.txt"));
-        if (!ports) GTEST_SKIP() << "no sites server: no ports file in " << sitesDir_;
-        for (std::string line; std::getline(ports, line);) {
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            const size_t eq = line.find('=');
-            if (eq == std::string::npos) continue;
-            if (line.substr(0, eq) == "contract") contractPort_ = std::atoi(line.c_str() + eq + 1);
-            if (line.substr(0, eq) == "refused") refusedPort_ = std::atoi(line.c_str() + eq + 1);
-        }
+        const contract::SitesServer sites = contract::findSitesServer(env());
+        if (sites.ports.empty()) GTEST_SKIP() << sites.why;
+        sitesDir_ = sites.dir;
+        contractPort_ = sites.ports.count("contract") ? sites.ports.at("contract") : 0;
+        refusedPort_ = sites.ports.count("refused") ? sites.ports.at("refused") : 0;
         ASSERT_GT(contractPort_, 0) << "no contract site in the ports file";
         ASSERT_GT(refusedPort_, 0) << "no refused site in the ports file";
         // Both sites by address, and one host name that only the map knows.

@@ -18,6 +18,7 @@ namespace {
 
 using namespace platform;
 using contract::ContractTest;
+using contract::errorOf;
 
 const std::string kHello = "Hello from the sites server.\r\n";  // files/hello.txt
 const char* const kProxyUser = "kpm";                          // as tests/contract/CMakeLists.txt starts the proxy
@@ -29,16 +30,6 @@ const char* const kProxyPassword = "contract-proxy";
 constexpr int32_t kNotSent = static_cast<int32_t>(0x80004005);
 constexpr int32_t kCannotConnect = static_cast<int32_t>(0x800C0008);
 
-template <class F>
-ComError errorOf(F&& f) {
-    try {
-        f();
-    } catch (const ComError& e) {
-        return e;
-    }
-    return ComError(0, "", "");
-}
-
 std::string hex(int32_t n) {
     char buf[16];
     std::snprintf(buf, sizeof buf, "0x%08X", static_cast<unsigned>(n));
@@ -49,20 +40,12 @@ class HttpRequests : public ContractTest {
 protected:
     void SetUp() override {
         ContractTest::SetUp();
-        const char* dir = std::getenv("KPM_SITES_DIR");
-        if (!dir || !*dir) GTEST_SKIP() << "no sites server: KPM_SITES_DIR is not set";
-        std::ifstream ports(env().testerPath(std::string(dir) + "/ports.txt"));
-        if (!ports) GTEST_SKIP() << "no sites server: no ports file in " << dir;
-        for (std::string line; std::getline(ports, line);) {
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            const size_t eq = line.find('=');
-            if (eq == std::string::npos) continue;
-            const std::string name = line.substr(0, eq);
-            const int port = std::atoi(line.c_str() + eq + 1);
-            if (name == "contract") contractPort_ = port;
-            if (name == "refused") refusedPort_ = port;
-            if (name == "proxy") proxyPort_ = port;
-        }
+        const contract::SitesServer sites = contract::findSitesServer(env());
+        if (sites.ports.empty()) GTEST_SKIP() << sites.why;
+        auto port = [&](const char* name) { return sites.ports.count(name) ? sites.ports.at(name) : 0; };
+        contractPort_ = port("contract");
+        refusedPort_ = port("refused");
+        proxyPort_ = port("proxy");
         ASSERT_GT(contractPort_, 0) << "no contract site in the ports file";
         ASSERT_GT(refusedPort_, 0) << "no refused site in the ports file";
         ASSERT_GT(proxyPort_, 0) << "no proxy in the ports file";

@@ -88,8 +88,6 @@ TEST(Channels, GatewayAttemptsAndFallbacks) {
                "fncDownloadFile|ERROR|Downloading file from " + url + "|200|transfer interrupted after 1000 bytes|" + url,
                "DloadPthOnGateWay|ERROR|Download Failed 3 times , Aborting download now.|||"}),
          3},
-        {"slow but moving", {sites::Fault::slow(200000)}, true, true,
-         head({"DloadPthOnGateWay|INFO|Attempt|1||", attempt, copied}), 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -280,11 +278,6 @@ TEST(Channels, ChecksumsMatchMd5sum) {
     }
     openForCalls(m);
     EXPECT_EQ(kpm::fncCheckSum(file), md5sum);
-    std::string whole, blocks;
-    ASSERT_TRUE(platform::maker().kGetMD5(file, whole));
-    ASSERT_TRUE(platform::maker().kGetMD5WBlock(file, blocks));
-    EXPECT_EQ(whole, md5sum);
-    EXPECT_EQ(blocks, md5sum);
 
     // Without the library there is no checksum, and the entry says why.
     m.close();

@@ -399,29 +399,6 @@ TEST(ZipComponent, UnzipWritesEverythingOrStopsCleanly) {
     }
 }
 
-TEST(ZipComponent, MembersAreLateBoundAndLastErrorTextIsReadOnly) {
-    Scratch& s = Scratch::get();
-    auto host = std::make_shared<TestHost>();
-    platform::Object zip(std::make_shared<standins::ZipComponent>(host));
-    EXPECT_EQ(zip.call("openzip", s.zip("text.zip").string()).toLong(), 0);
-    EXPECT_NE(zip.get("LastErrorText").toString().find(standins::ziperr::kNotZip), std::string::npos);
-    // A success clears the reason of the failure before it.
-    EXPECT_EQ(zip.call("OpenZip", s.zip("normal.zip").string()).toLong(), 1);
-    EXPECT_EQ(zip.get("LastErrorText").toString(), "");
-    auto thrown = [&](const std::function<void()>& f) {
-        try {
-            f();
-        } catch (const platform::ComError& e) {
-            return e.number();
-        }
-        return 0;
-    };
-    EXPECT_EQ(thrown([&] { zip.put("LastErrorText", "x"); }), platform::err::NoSuchMember);
-    EXPECT_EQ(thrown([&] { zip.call("Unzip"); }), platform::err::WrongArgumentCount);
-    EXPECT_EQ(thrown([&] { zip.call("Extract", "x"); }), platform::err::NoSuchMember);
-    EXPECT_STREQ(standins::kZipProgId, "ChilkatZip2.Chilkatzip2");
-}
-
 // ---- MD5 ----------------------------------------------------------------------
 
 std::string md5sum(const fs::path& file) {
