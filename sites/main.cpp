@@ -17,12 +17,14 @@ namespace {
 
 const char* const kUsage =
     "usage: kpm-sites --site NAME=FOLDER [--site NAME=FOLDER ...] [--port NAME=PORT ...]\n"
-    "                 [--proxy USER:PASS | --proxy -] [--log FILE] [--faults FILE] [--posts FOLDER]\n"
+    "                 [--proxy USER:PASS | --proxy -] [--proxy-host HOST=NAME ...]\n"
+    "                 [--log FILE] [--faults FILE] [--posts FOLDER]\n"
     "                 --ports-file FILE\n"
     "\n"
     "Serves each FOLDER as site NAME on 127.0.0.1 (a free port unless --port NAME=PORT;\n"
     "NAME may be 'proxy'). --proxy adds a proxy to loopback sites, asking for USER:PASS\n"
-    "unless '-'. When every listener is up, FILE gets one NAME=PORT line per site and\n"
+    "unless '-'; --proxy-host sends the proxy's requests for HOST to site NAME.\n"
+    "When every listener is up, FILE gets one NAME=PORT line per site and\n"
     "the proxy (written whole: a temporary file renamed). Runs until SIGTERM or SIGINT.\n"
     "\n"
     "--log FILE     one line per request: site method host path query status bytes (tabs)\n"
@@ -49,6 +51,7 @@ bool splitPair(const std::string& text, std::string& name, std::string& value) {
 int main(int argc, char** argv) {
     sites::Config config;
     std::map<std::string, int> ports;
+    std::map<std::string, std::string> proxyHosts;  // --proxy-host
     std::filesystem::path portsFile;
 
     for (int i = 1; i < argc; ++i) {
@@ -73,7 +76,10 @@ int main(int argc, char** argv) {
         } else if (arg == "--proxy") {
             if (value != "-" && value.find(':') == std::string::npos)
                 return usage("--proxy takes USER:PASS or -, not " + value);
-            config.proxy = sites::ProxyConfig{0, value == "-" ? "" : value};
+            config.proxy = sites::ProxyConfig{0, value == "-" ? "" : value, {}};
+        } else if (arg == "--proxy-host") {
+            if (!splitPair(value, name, rest)) return usage("--proxy-host takes HOST=NAME, not " + value);
+            proxyHosts[name] = rest;
         } else if (arg == "--log") {
             config.logFile = value;
         } else if (arg == "--faults") {
@@ -87,6 +93,10 @@ int main(int argc, char** argv) {
         }
     }
     if (config.sites.empty()) return usage("no --site given");
+    if (!proxyHosts.empty()) {
+        if (!config.proxy) return usage("--proxy-host needs --proxy");
+        config.proxy->siteHosts = proxyHosts;
+    }
     if (portsFile.empty()) return usage("no --ports-file given");
     for (const auto& [name, port] : ports) {
         bool found = false;

@@ -761,7 +761,13 @@ struct SitesServer::Impl {
                  Body::fromText("kpm-sites proxy: expected an absolute http:// request target\n"), std::nullopt);
             return;
         }
-        if (url->host != kLoopback && lower(url->host) != "localhost") {
+        int port = url->port;
+        bool ownSite = false;
+        for (const auto& [host, site] : config.proxy->siteHosts)
+            if (lower(host) == lower(url->host)) {
+                if (Site* own = findSite(site)) port = own->config.port, ownSite = true;
+            }
+        if (!ownSite && url->host != kLoopback && lower(url->host) != "localhost") {
             send(listener, req, res, record, 502,
                  Body::fromText("kpm-sites proxy: reaches loopback only (127.0.0.1, localhost), not " + url->host +
                                 "\n"),
@@ -769,7 +775,7 @@ struct SitesServer::Impl {
             return;
         }
 
-        httplib::Client client(kLoopback, url->port);
+        httplib::Client client(kLoopback, port);
         client.set_url_encode(false);  // forward the target exactly as the client wrote it
         client.set_decompress(false);
         client.set_connection_timeout(5);

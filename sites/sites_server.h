@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,6 +27,9 @@ struct SiteConfig {
 struct ProxyConfig {
     int port = 0;             // 0: a free port chosen by the system
     std::string credentials;  // "user:password" for Basic proxy authentication; empty: none asked
+    // Host names the proxy sends to one of its own sites (host -> site name),
+    // as the managed computer's proxy would reach them on the Internet.
+    std::map<std::string, std::string> siteHosts;
 };
 
 struct Config {

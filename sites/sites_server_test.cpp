@@ -215,7 +215,7 @@ TEST_F(Sites, PostsAreKeptAndAnsweredFromTheNamedFile) {
 
 TEST_F(Sites, ProxyAsksForCredentialsAndReachesLoopbackOnly) {
     auto c = config();
-    c.proxy = sites::ProxyConfig{0, "agent:s3cret"};
+    c.proxy = sites::ProxyConfig{0, "agent:s3cret", {}};
     SitesServer server(c);
     server.start();
     std::string proxy = "http://127.0.0.1:" + std::to_string(server.port("proxy"));

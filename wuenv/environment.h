@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/datetime.h"
+
 namespace kpm {
 
 struct EnvironmentInfo {
@@ -10,8 +12,8 @@ struct EnvironmentInfo {
     std::string ServicePack;      // fOSName: last word of "CSDVersion", or the major number
     std::string OSName;           // WMI "Caption", else OSProductName
     std::string ServicePackName;  // WMI "Csdversion", else "Service Pack " + service pack
-    std::string ScanStartTime;
-    std::string AgentVersion;
+    platform::DateTime ScanStartTime;  // local time to the second; set again by each scan attempt
+    std::string AgentVersion;       // trimmed "ProductVersionString"; nothing reads it
     double DriveTotalMB = 0, DriveFreeMB = 0;
     std::string DriveTotalMBText, DriveFreeMBText;
 };

@@ -25,13 +25,4 @@ void RegisteDLL() {
     }
 }
 
-void Chk_Set_Prerequisites() {}
-
-// Filled in by the probes that are being built.
-std::string fOSName() { return {}; }
-void ChkAutoUpdateVersion() {}
-bool ChkInterNetConnectivity() { return false; }
-void fncGetDiskSpace(const std::string&) {}
-bool fncLowDiskSpace() { return false; }
-
 }  // namespace kpm

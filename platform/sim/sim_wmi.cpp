@@ -44,7 +44,7 @@ public:
         std::string version = std::to_string(os.major) + "." + std::to_string(os.minor) + "." +
                               std::to_string(os.build);
         os_.push_back(Props{{"Caption", Variant(config.osCaption)},
-                            {"CSDVersion", Variant(os.csdVersion)},
+                            {"CSDVersion", os.csdVersion.empty() ? Variant::null() : Variant(os.csdVersion)},
                             {"ServicePackMajorVersion", Variant(static_cast<long>(config.wmiServicePackMajor))},
                             {"Version", Variant(version)},
                             {"BuildNumber", Variant(std::to_string(os.build))},

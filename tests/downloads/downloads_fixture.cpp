@@ -14,12 +14,14 @@ namespace {
 const char* const kSites[] = {"gateway", "dc", "updates", "microsoft"};
 
 // The Microsoft schedule: every day 16:00 to 17:00, downloads enabled.
-std::string msSchedule() {
+std::string msSchedule(const std::string& upcls = "<upcls a=\"Security Updates\" b=\"BL\" c=\"Windows 7\"/>",
+                       const std::string& gatewayFlag = "") {
     const char* values[] = {"1", "", "0", "1,2,3,4,5,6,7", "16:00", "17:00"};
     std::string xml = "<patchmanagement><autopatchdeploy>";
-    for (int i = 0; i < 29; ++i)
+    for (int i = 0; i < 28; ++i)
         xml += "<c" + std::to_string(i) + ">" + (i < 6 ? values[i] : "") + "</c" + std::to_string(i) + ">";
-    return xml + "</autopatchdeploy><upcls a=\"Security Updates\" b=\"BL\" c=\"Windows 7\"/></patchmanagement>";
+    xml += gatewayFlag.empty() ? "<c28></c28>" : "<AlwaysDwnldGateway>" + gatewayFlag + "</AlwaysDwnldGateway>";
+    return xml + "</autopatchdeploy>" + upcls + "</patchmanagement>";
 }
 
 }  // namespace
@@ -30,9 +32,13 @@ DownloadMachine::DownloadMachine(bool downloadDay) {
         fs::create_directories(root() / "sites" / name);
         config.sites.push_back({name, root() / "sites" / name, 0});
     }
+    config.proxy = sites::ProxyConfig{0, kProxyCredentials, {{"www.microsoft.com", "microsoft"},
+                                                             {"download.windowsupdate.com", "microsoft"},
+                                                             {"gateway.corp.lan", "gateway"}}};
     config.logFile = root() / "sites" / "requests.log";
     sites_ = std::make_unique<sites::SitesServer>(config);
     sites_->start();
+    serve("microsoft", kProbePagePath, "<html>probe</html>");  // the Internet is there
     writeMachineIni();
     writeAgentIni("PMDownload=http://gateway.corp.lan:8080/pm\r\nWBListDownload=http://gateway.corp.lan:8080/wblist\r\n");
     if (downloadDay) {
@@ -54,8 +60,14 @@ void DownloadMachine::writeMachineIni(const std::string& extra) {
         "gateway.corp.lan=127.0.0.1:" + std::to_string(sites_->port("gateway")) + "\r\n"
         "dc.vornsoft.com=127.0.0.1:" + std::to_string(sites_->port("dc")) + "\r\n"
         "update.vornsoft.com=127.0.0.1:" + std::to_string(sites_->port("updates")) + "\r\n"
-        "download.windowsupdate.com=127.0.0.1:" + std::to_string(sites_->port("microsoft")) + "\r\n" +
+        "download.windowsupdate.com=127.0.0.1:" + std::to_string(sites_->port("microsoft")) + "\r\n"
+        "www.microsoft.com=127.0.0.1:" + std::to_string(sites_->port("microsoft")) + "\r\n"
+        "proxy.corp.lan=127.0.0.1:" + std::to_string(sites_->port("proxy")) + "\r\n" +
         extra);
+}
+
+void DownloadMachine::writeMsSchedule(const std::string& upcls, const std::string& gatewayFlag) {
+    writeFile(std::string(kProgramFolder) + "\\MSUpd.xml", msSchedule(upcls, gatewayFlag));
 }
 
 void DownloadMachine::writeAgentIni(const std::string& downloadSection) {

@@ -22,10 +22,15 @@ inline constexpr const char* kComponents =
 inline constexpr const char* kGatewayBlackList = "http://gateway.corp.lan:8080/wblist/PatchBlackList.txt";
 inline constexpr const char* kDataCenterZip = "http://dc.vornsoft.com/updates/wblist/wblist.zip";
 inline constexpr const char* kUpdateHostDll = "http://update.vornsoft.com/kScc/KDowFile.dll";
+// The connectivity probe's page, served by the "microsoft" site (www.microsoft.com).
+inline constexpr const char* kProbePagePath = "/en-us/default.aspx";
+// The LAN proxy (proxy.corp.lan:3128 in the agent INI) and the credentials it asks for.
+inline constexpr const char* kProxyCredentials = "kpm:proxy-pass";
 
 class DownloadMachine : public TestMachine {
 public:
-    // Sites "gateway", "dc", "updates" and "microsoft", started on free ports.
+    // Sites "gateway", "dc", "updates" and "microsoft" (also www.microsoft.com,
+    // with the probe page), and the proxy ("proxy.corp.lan"), started on free ports.
     // With `downloadDay`, MSUpd.xml opens the Microsoft window with downloads
     // enabled at 2026-11-15 16:10, and KDowFile.dll is already in place.
     explicit DownloadMachine(bool downloadDay = true);
@@ -42,6 +47,9 @@ public:
 
     // Rewrites machine.ini: the [Network] map to the sites plus `extra` lines.
     void writeMachineIni(const std::string& extra = "");
+    // Rewrites MSUpd.xml: the same window with these upcls elements, and with
+    // an AlwaysDwnldGateway element holding gatewayFlag unless it is empty.
+    void writeMsSchedule(const std::string& upcls, const std::string& gatewayFlag = "");
     // Rewrites the agent INI's [Download] section.
     void writeAgentIni(const std::string& downloadSection);
 

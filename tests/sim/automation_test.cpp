@@ -44,9 +44,10 @@ TEST(SimAutomation, WmiListsProcessesAndTheOperatingSystem) {
     auto os = m->automation().getObject("WINMGMTS:").call("InstancesOf", "Win32_OperatingSystem").toObject().items();
     ASSERT_EQ(os.size(), 1u);
     std::string facts;
-    for (const char* p : {"Caption", "Csdversion", "ServicePackMajorVersion", "OSArchitecture"})
+    for (const char* p : {"Caption", "ServicePackMajorVersion", "OSArchitecture"})
         facts += os[0].toObject().get(p).toString() + "|";
-    EXPECT_EQ(facts, "Microsoft Windows 10 Pro||0|64-bit|");
+    EXPECT_EQ(facts, "Microsoft Windows 10 Pro|0|64-bit|");
+    EXPECT_TRUE(os[0].toObject().get("Csdversion").isNull());  // as WMI has it without a service pack
 
     EXPECT_EQ(thrown([&] { wmi.call("InstancesOf", "Win32_Nothing"); }), static_cast<int32_t>(0x80041010));
     EXPECT_EQ(thrown([&] { wmi.call("ExecQuery", "DELETE everything"); }), static_cast<int32_t>(0x80041017));
