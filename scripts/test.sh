@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Runs every test: the native suite (ASan + UBSan) on the simulated machine,
+# the fuzzers briefly,
 # then the Windows lane under Wine (contract tests, whole passes of the real
 # executable, and the same machine through both bindings).
 set -euo pipefail
@@ -20,6 +21,12 @@ failed=$(sed -E 's/.*, ([0-9]+) tests failed.*/\1/' <<<"$summary")
 echo "native: $((${total:-0} - ${failed:-0})) passed, ${failed:-0} failed"
 if [ "$native_rc" -ne 0 ] || [ -z "$summary" ]; then
     echo "native tests FAILED"
+    exit 1
+fi
+
+# The fuzzers, briefly, over their checked-in corpus (scripts/fuzz.sh --seconds N for longer runs).
+if ! scripts/fuzz.sh --brief; then
+    echo "fuzzers FAILED"
     exit 1
 fi
 
