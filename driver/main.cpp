@@ -9,6 +9,7 @@
 #include "log/w3c_log.h"
 #include "mspatch/download_state.h"
 #include "mspatch/scan.h"
+#include "mspatch/update_state.h"
 #include "platform/host.h"
 #include "schedule/schedule_settings.h"
 #include "schedule/schedule_text.h"
@@ -19,6 +20,7 @@
 #include "wuenv/environment.h"
 #include "wuenv/probes.h"
 #include "wuenv/registry_policy.h"
+#include "wuenv/service_control.h"
 
 namespace kpm {
 
@@ -75,11 +77,16 @@ void resetProcessState() {
     scheduleSettings = {};
     environment = {};
     webPostSite = {};
+    statusPosts = {};
+    PartnerBlackList.clear();
     policyKeys = {};
     downloadCounters = {};
+    updatePipeline = {};
+    serviceControl = {};
     PdListDownloadResult = {};
     ProductListPath.clear();
     DownloadURLList.clear();
+    DownloadURLPieces.clear();
     LogFilePath.clear();
 }
 

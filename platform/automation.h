@@ -99,6 +99,19 @@ public:
     virtual Object createObject(std::string_view progId) = 0;
     // GetObject(moniker), e.g. "winmgmts:".
     virtual Object getObject(std::string_view moniker) = 0;
+    // A class the program creates directly rather than by ProgID, by its class
+    // identifier ("{88565CBB-406B-431F-BE79-66F8E3F67490}", any case): the
+    // same errors as createObject. The object is used through IDispatch.
+    virtual Object createByClsid(std::string_view clsid) = 0;
+    // Early-bound call of the first method of interface `iid` of `object`,
+    // for classes the program knows only by their interface. The interface is
+    // dual, as an automation class's interface is: it derives from IDispatch
+    // and its first method is the vtable slot right after IDispatch's seven,
+    //   HRESULT First([in] BSTR text, [out, retval] BSTR* result);
+    // Returns `result`.
+    // ComError 430 when the object does not implement `iid`; the method's own
+    // failure as the object reports it.
+    virtual std::string callFirstMethod(const Object& object, std::string_view iid, const std::string& text) = 0;
 };
 
 // Case-insensitive ASCII comparison, as member names and ProgIDs are matched.

@@ -16,6 +16,10 @@ public:
     // The locale's general date: short date, a blank, long time
     // ("11/15/2026 4:10:36 PM" in English (United States)).
     virtual std::string generalDate(const DateTime& t) = 0;
+    // The text a date value converts to: the short date alone at midnight,
+    // the long time alone on day zero (12/30/1899), else the general date
+    // ("10/14/2026", "4:10:36 PM", "10/14/2026 4:10:36 PM").
+    virtual std::string dateText(const DateTime& t) = 0;
 };
 
 }  // namespace platform

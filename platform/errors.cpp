@@ -20,6 +20,8 @@ std::string describeError(int32_t number) {
     case err::InvalidUseOfNull: return "Invalid use of Null";
     case err::ObjectRequired: return "Object required";
     case err::CannotCreateObject: return "ActiveX component can't create object";
+    case err::NoExpectedInterface:
+        return "Class does not support Automation or does not support expected interface";
     case err::NoSuchMember: return "Object doesn't support this property or method";
     case err::WrongArgumentCount: return "Wrong number of arguments or invalid property assignment";
     case err::MonikerNotFound: return "Automation error";

@@ -44,6 +44,7 @@ constexpr int32_t ObjectVariableNotSet = 91;
 constexpr int32_t InvalidUseOfNull = 94;
 constexpr int32_t ObjectRequired = 424;
 constexpr int32_t CannotCreateObject = 429;
+constexpr int32_t NoExpectedInterface = 430;
 constexpr int32_t NoSuchMember = 438;
 constexpr int32_t WrongArgumentCount = 450;
 constexpr int32_t MonikerNotFound = static_cast<int32_t>(0x800401E4);  // MK_E_SYNTAX

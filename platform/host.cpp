@@ -19,6 +19,8 @@ Host& host() {
 
 void setHost(Host* h) { g_host = h; }
 
+bool hasHost() { return g_host != nullptr; }
+
 void endProcess(int exitCode) {
     host().system().endProcess(exitCode);
     throw ProcessEnd{exitCode};  // a binding that returned anyway still ends the pass

@@ -9,6 +9,7 @@
 #include "platform/maker.h"
 #include "platform/profile.h"
 #include "platform/registry.h"
+#include "platform/services.h"
 #include "platform/system.h"
 
 namespace platform {
@@ -24,11 +25,14 @@ public:
     virtual Automation& automation() = 0;
     virtual MakerLibraries& maker() = 0;
     virtual Internet& internet() = 0;
+    virtual Services& services() = 0;
 };
 
 // The installed binding. Calling it before setHost is a programming error.
 Host& host();
 void setHost(Host* h);
+// False until a binding is installed (code that may also run without one).
+bool hasHost();
 
 // Shorthands used throughout the core.
 inline Registry& registry() { return host().registry(); }
@@ -39,6 +43,7 @@ inline System& sys() { return host().system(); }
 inline Automation& automation() { return host().automation(); }
 inline MakerLibraries& maker() { return host().maker(); }
 inline Internet& internet() { return host().internet(); }
+inline Services& services() { return host().services(); }
 
 // Ends the pass through the installed binding; never returns.
 [[noreturn]] void endProcess(int exitCode);

@@ -8,6 +8,7 @@
 #include "platform/automation.h"
 #include "platform/datetime.h"
 #include "platform/errors.h"
+#include "platform/host.h"
 
 namespace platform {
 
@@ -89,12 +90,18 @@ std::string Variant::toString() const {
     case Type::Long: return std::to_string(std::get<int64_t>(value_));
     case Type::Double: return formatNumber(std::get<double>(value_));
     case Type::Date: {
+        // In the machine's locale, as the runtime converts a date; without a
+        // binding, in English (United States).
         DateTime t = fromOleDate(std::get<DateTag>(value_).oleDate);
-        char buf[64];
+        if (hasHost()) return clock().dateText(t);
+        char date[32] = "", time[32] = "";
         int h12 = t.hour % 12 == 0 ? 12 : t.hour % 12;
-        std::snprintf(buf, sizeof buf, "%d/%d/%04d %d:%02d:%02d %s", t.month, t.day, t.year, h12,
-                      t.minute, t.second, t.hour < 12 ? "AM" : "PM");
-        return buf;
+        std::snprintf(date, sizeof date, "%d/%d/%04d", t.month, t.day, t.year);
+        std::snprintf(time, sizeof time, "%d:%02d:%02d %s", h12, t.minute, t.second, t.hour < 12 ? "AM" : "PM");
+        const bool midnight = t.hour == 0 && t.minute == 0 && t.second == 0;
+        const bool dayZero = t.year == 1899 && t.month == 12 && t.day == 30;
+        if (dayZero) return time;
+        return midnight ? date : std::string(date) + " " + time;
     }
     case Type::String: return std::get<std::string>(value_);
     case Type::Object: throw makeError(err::NoSuchMember);

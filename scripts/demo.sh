@@ -20,7 +20,7 @@ quiet() {  # runs a step with its output in the build log; shows the log when it
 echo "== Installing and building (output in $buildlog)"
 quiet scripts/install-deps.sh
 quiet cmake --preset linux-release
-quiet cmake --build --preset linux-release -j "$(nproc)" --target kpmdwld-sim kpm-sites
+quiet cmake --build --preset linux-release -j "$(nproc)" --target kpmdwld-sim kpm-sites kpmdwld-encdec
 
 machine=scratch/demo-machine
 sites=scratch/demo-sites
@@ -35,8 +35,8 @@ printf 'MZ (stand-in for the maker'"'"'s download library)\r\n' >"$sites/updates
 
 ports=$sites/ports.txt
 build/linux-release/sites/kpm-sites --site gateway="$sites/gateway" --site dc="$sites/dc" \
-    --site updates="$sites/updates" --site microsoft="$sites/microsoft" \
-    --log "$sites/requests.log" --ports-file "$ports" >"$sites/server.out" 2>&1 &
+    --site updates="$sites/updates" --site microsoft="$sites/microsoft" --site manage="$sites/manage" \
+    --log "$sites/requests.log" --posts "$sites/posts" --ports-file "$ports" >"$sites/server.out" 2>&1 &
 server=$!
 trap 'kill "$server" 2>/dev/null; wait "$server" 2>/dev/null || true' EXIT
 for _ in $(seq 100); do [ -s "$ports" ] && break; sleep 0.1; done
@@ -48,6 +48,9 @@ port() { sed -n "s/^$1=//p" "$ports"; }
     printf 'dc.vornsoft.com=127.0.0.1:%s\r\n' "$(port dc)"
     printf 'update.vornsoft.com=127.0.0.1:%s\r\n' "$(port updates)"
     printf 'download.windowsupdate.com=127.0.0.1:%s\r\n' "$(port microsoft)"
+    # The management site, primary and secondary address.
+    printf 'manage.vornsoft.com=127.0.0.1:%s\r\n' "$(port manage)"
+    printf 'manage2.vornsoft.com=127.0.0.1:%s\r\n' "$(port manage)"
 } >>"$machine/machine.ini"
 
 now=${KPM_DEMO_NOW:-2026-11-15T16:10:00}
@@ -71,6 +74,17 @@ find "$machine/drives" -type f -newer "$sites/before" ! -name '*.log' ! -iname '
     while read -r f; do printf '  %s (%s bytes)\n' "${f#"$machine"/drives/}" "$(stat -c %s "$f")"; done
 echo "== Requests the local sites answered (site, method, host, path, query, status, bytes)"
 cat "$sites/requests.log"
+echo "== Documents posted to the management site (encrypted posts decrypted with kpmdwld-encdec decrypt-post)"
+for f in "$sites"/posts/*; do
+    [ -f "$f" ] || continue
+    echo "  ${f##*/}:"
+    if grep -q 'CDATA' "$f"; then
+        build/linux-release/kpmdwld-encdec decrypt-post "$f" - | sed 's/^/    /'
+    else
+        sed 's/^/    /' "$f"
+    fi
+    echo
+done
 sch=$(find "$machine/drives" -iname 'SchPatch.ini' | head -n 1)
 if [ -n "$sch" ]; then
     echo "== Schedule record: ${sch#"$machine"/}"

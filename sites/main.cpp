@@ -30,8 +30,12 @@ const char* const kUsage =
     "--log FILE     one line per request: site method host path query status bytes (tabs)\n"
     "--faults FILE  lines '<site> <path|*> <fault> [arg] [times=K]', re-read while running;\n"
     "               faults: a status (404, 500, ...), refuse (whole site), reset BYTES,\n"
-    "               stall SECONDS, slow BYTES_PER_SECOND\n"
-    "--posts FOLDER each posted body is also written there\n";
+    "               stall SECONDS, slow BYTES_PER_SECOND, empty (200, no body)\n"
+    "--posts FOLDER each posted body is also written there\n"
+    "\n"
+    "A POST is answered with the file its path names, else with <kind>.txt of the\n"
+    "site's folder, where <kind> is the body's root element (wppthmsbbllist.txt,\n"
+    "wppthdwldinfo.txt on a management site), else with an empty body.\n";
 
 int usage(const std::string& problem) {
     std::cerr << "kpm-sites: " << problem << "\n" << kUsage;

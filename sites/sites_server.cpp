@@ -5,6 +5,8 @@
 // answers behind our back.
 #include "sites/sites_server.h"
 
+#include "standins/string_cipher.h"
+
 #include <httplib.h>
 #include <signal.h>
 
@@ -189,6 +191,13 @@ Fault Fault::slow(std::uint64_t bytesPerSecond, int times) {
     return f;
 }
 
+Fault Fault::empty(int times) {
+    Fault f;
+    f.kind = Kind::Empty;
+    f.times = times;
+    return f;
+}
+
 std::optional<FaultRule> parseFaultLine(std::string_view line) {
     if (auto hash = line.find('#'); hash != std::string_view::npos) line = line.substr(0, hash);
     std::istringstream in{std::string(line)};
@@ -222,6 +231,9 @@ std::optional<FaultRule> parseFaultLine(std::string_view line) {
     if (kind == "refuse") {
         if (words.size() != 3) throw bad("'refuse' takes no argument");
         rule.fault = Fault::refuse();
+    } else if (kind == "empty") {
+        if (words.size() != 3) throw bad("'empty' takes no argument");
+        rule.fault = Fault::empty(times);
     } else if (kind == "reset") {
         rule.fault = Fault::reset(count(argument()), times);
     } else if (kind == "stall") {
@@ -263,6 +275,24 @@ std::optional<fs::path> fileForUrlPath(const fs::path& folder, std::string_view 
         rest = rest.substr(slash + 1);
     }
     return folder / relative;
+}
+
+std::string rootElementOf(std::string_view xml) {
+    size_t at = 0;
+    while (true) {
+        at = xml.find('<', at);
+        if (at == std::string_view::npos || at + 1 >= xml.size()) return {};
+        const char next = xml[at + 1];
+        if (next == '?' || next == '!') {
+            // A declaration, comment or doctype: skip to its end.
+            const std::string_view end = xml.compare(at, 4, "<!--") == 0 ? "-->" : ">";
+            at = xml.find(end, at + 2);
+            if (at == std::string_view::npos) return {};
+            continue;
+        }
+        const size_t stop = xml.find_first_of(" \t\r\n/>", at + 1);
+        return std::string(xml.substr(at + 1, stop == std::string_view::npos ? std::string_view::npos : stop - at - 1));
+    }
 }
 
 std::string RequestRecord::line() const {
@@ -586,12 +616,19 @@ struct SitesServer::Impl {
         return real;
     }
 
-    // Everything a site does with a POST: keep the body, choose the answer.
+    // Everything a site does with a POST: keep the body (and the document it
+    // carries), choose the answer: the file the path names, else the file of
+    // the document kind ("<kind>.txt"), else an empty answer.
     Answer answerPost(const Site& site, const httplib::Request& req, const std::string& path,
                       const std::string& query) {
+        PostRecord post{site.config.name, path, query, req.body, rootElementOf(req.body), req.body};
+        if (encryptedQuery(query)) {
+            post.document = standins::decryptPostedDocument(req.body).value_or("");
+            if (post.kind.empty()) post.kind = rootElementOf(post.document);
+        }
         {
             std::lock_guard lock(data);
-            postLog.push_back({site.config.name, path, query, req.body});
+            postLog.push_back(post);
             if (!config.postsFolder.empty()) {
                 std::ofstream out(config.postsFolder / postFileName(++postCount, site.config.name, path),
                                   std::ios::binary);
@@ -599,7 +636,18 @@ struct SitesServer::Impl {
             }
         }
         if (auto file = servedFile(site, req.path)) return {200, Body::fromFile(*file)};
+        if (!post.kind.empty())
+            if (auto file = servedFile(site, "/" + post.kind + ".txt")) return {200, Body::fromFile(*file)};
         return {200, Body::fromText("", "text/plain")};
+    }
+
+    // "ec=256" among the query's parameters: the management site's mark of an encrypted post.
+    static bool encryptedQuery(const std::string& query) {
+        std::istringstream in(query);
+        std::string parameter;
+        while (std::getline(in, parameter, '&'))
+            if (parameter == "ec=256") return true;
+        return false;
     }
 
     void handleSite(const Site& site, Listener& listener, const httplib::Request& req, httplib::Response& res) {
@@ -615,6 +663,10 @@ struct SitesServer::Impl {
             send(listener, req, res, record, fault->status,
                  Body::fromText("kpm-sites: status " + std::to_string(fault->status) + " for " + path + "\n"),
                  std::nullopt);
+            return;
+        }
+        if (fault && fault->kind == Fault::Kind::Empty) {
+            send(listener, req, res, record, 200, Body::fromText(""), std::nullopt);
             return;
         }
         if (post) {

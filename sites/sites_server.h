@@ -5,6 +5,15 @@
 // refuse connections, cut a body short, stall or trickle it. An optional proxy
 // forwards absolute-form requests, to loopback targets only. Every request is
 // recorded in memory and, when asked, in a log file.
+//
+// A POST is kept with its document kind (the body's root element) and, when
+// the query carries "ec=256", the document decrypted from the body's CDATA
+// section (standins/string_cipher.h). It is answered with the file its path
+// names, else with the file "<kind>.txt" of the site's folder, else with an
+// empty body. A management site thus answers the agent's posts from:
+//   wppthmsbbllist.txt   the partner's black list (blocked KB articles)
+//   wppthdwldinfo.txt    the acknowledgement of a download status report
+// The faults "empty", a status (500) and "refuse" play a site that gives no answer.
 #pragma once
 
 #include <cstdint>
@@ -48,6 +57,7 @@ struct Fault {
         Reset,   // headers with the full length, `amount` body bytes, then the connection drops
         Stall,   // headers, nothing for `seconds`, then the body
         Slow,    // the body at `amount` bytes per second
+        Empty,   // 200 with an empty body
     };
     Kind kind = Kind::Status;
     int status = 500;
@@ -60,6 +70,7 @@ struct Fault {
     static Fault reset(std::uint64_t bytes, int times = 0);
     static Fault stall(double seconds, int times = 0);
     static Fault slow(std::uint64_t bytesPerSecond, int times = 0);
+    static Fault empty(int times = 0);
 };
 
 struct FaultRule {
@@ -70,8 +81,8 @@ struct FaultRule {
 
 // One line of a faults file:
 //   <site> <path> <fault> [arg] [times=K]      # comment
-// where <fault> is a three-digit status, "refuse", "reset BYTES", "stall SECONDS"
-// or "slow BYTES_PER_SECOND". Returns nullopt for blank and comment-only lines;
+// where <fault> is a three-digit status, "refuse", "reset BYTES", "stall SECONDS",
+// "slow BYTES_PER_SECOND" or "empty". Returns nullopt for blank and comment-only lines;
 // throws std::invalid_argument for anything else it cannot read.
 std::optional<FaultRule> parseFaultLine(std::string_view line);
 
@@ -94,7 +105,17 @@ struct PostRecord {
     std::string path;   // as sent
     std::string query;  // raw, without '?'
     std::string body;
+    // The document kind: the root element of the body (for an encrypted post
+    // its outer element; the decrypted document's root when the body has none).
+    std::string kind;
+    // The body, or for a query with "ec=256" the document decrypted from the
+    // body's CDATA section (empty when it does not decrypt).
+    std::string document;
 };
+
+// The name of the first element of an XML text (after a declaration,
+// comments and a doctype); empty when there is none.
+std::string rootElementOf(std::string_view xml);
 
 // The file below `folder` named by a decoded URL path, or nullopt when the path
 // is not a plain relative name (".." segments, empty segments, backslashes, NUL).

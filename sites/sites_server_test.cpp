@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "sites/sites_server.h"
+#include "standins/string_cipher.h"
 
 namespace fs = std::filesystem;
 using sites::Fault;
@@ -194,21 +195,54 @@ TEST_F(Sites, RefusedSiteComesBackOnItsPort) {
     EXPECT_EQ(fetch(url(server, "files", "/dir/small.bin")).body, small);
 }
 
-TEST_F(Sites, PostsAreKeptAndAnsweredFromTheNamedFile) {
+TEST_F(Sites, PostsAreKeptDecryptedAndAnsweredByPathOrDocumentKind) {
     auto c = config();
     c.postsFolder = root / "posts";
+    write(root / "mgmt/wppthmsbbllist.txt", "KB100,KB200");
+    write(root / "mgmt/wppthdwldinfo.txt", "1");
     SitesServer server(c);
     server.start();
-    auto plain = fetch(url(server, "mgmt", "/up/status.asp?id=7"), "<status>1</status>");
-    EXPECT_EQ(plain.status, 200);
-    EXPECT_EQ(plain.body, "");
-    EXPECT_EQ(fetch(url(server, "mgmt", "/answer.xml"), "x").body, "<answer/>");
-    auto posts = server.posts();
-    ASSERT_EQ(posts.size(), 2u);
-    EXPECT_EQ(posts[0].site, "mgmt");
-    EXPECT_EQ(posts[0].path, "/up/status.asp");
-    EXPECT_EQ(posts[0].query, "id=7");
-    EXPECT_EQ(posts[0].body, "<status>1</status>");
+    const std::string list = "<wppthmsbbllist><regid>R1</regid></wppthmsbbllist>";
+    const std::string info = "<wppthdwldinfo><errdesc> a<b & c</errdesc></wppthdwldinfo>";
+    const std::string declared = "<?xml version=\"1.0\"?><!-- r -->" + list;
+    auto cdata = [](const std::string& root, const std::string& doc) {
+        return "<" + root + "><![CDATA[" + standins::encryptString(doc) + "]]></" + root + ">";
+    };
+    struct Case {
+        std::string target, body;
+        std::optional<Fault> fault;
+        std::string answer, kind, document;
+    } cases[] = {
+        {"/up/status.asp?id=7", "<status>1</status>", {}, "", "status", "<status>1</status>"},
+        {"/answer.xml", "x", {}, "<answer/>", "", "x"},  // a file at the path comes first
+        {"/tfr_wppthmsbbllist.asp", declared, {}, "KB100,KB200", "wppthmsbbllist", declared},
+        {"/tfr_wppthmsbbllist.asp?ec=256", "<wppthmsbbllist>" + cdata("wppthmsbbllist", list) + "</wppthmsbbllist>", {},
+         "KB100,KB200", "wppthmsbbllist", list},
+        {"/tfr_wppthdwldinfo.asp?mmid=M1&ec=256", cdata("wppthdwldinfo", info), {}, "1", "wppthdwldinfo", info},
+        {"/tfr_x.asp?ec=256", standins::encryptString(info), {}, "1", "wppthdwldinfo", info},  // no outer element
+        {"/tfr_x.asp?ec=2560", "<a><![CDATA[%%]]></a>", {}, "", "a", "<a><![CDATA[%%]]></a>"},
+        {"/tfr_x.asp?ec=256", "<a><![CDATA[%%]]></a>", {}, "", "a", ""},  // does not decrypt
+        {"/tfr_wppthdwldinfo.asp", info, Fault::empty(), "", "wppthdwldinfo", info},
+        {"/tfr_wppthdwldinfo.asp", info, Fault::withStatus(500), "", "wppthdwldinfo", info},
+    };
+    size_t n = 0;
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.target);
+        server.clearFaults();
+        if (k.fault) server.setFault("mgmt", "*", *k.fault);
+        auto r = fetch(url(server, "mgmt", k.target), k.body);
+        EXPECT_EQ(r.status, k.fault && k.fault->kind == Fault::Kind::Status ? 500 : 200);
+        if (r.status == 200) {
+            EXPECT_EQ(r.body, k.answer);
+        }
+        auto posts = server.posts();
+        ASSERT_EQ(posts.size(), ++n);
+        const auto& p = posts.back();
+        EXPECT_EQ(p.site + " " + p.path + (p.query.empty() ? "" : "?" + p.query), "mgmt " + k.target);
+        EXPECT_EQ(p.body, k.body);
+        EXPECT_EQ(p.kind, k.kind);
+        EXPECT_EQ(p.document, k.document);
+    }
     std::ifstream saved(c.postsFolder / "0001-mgmt-up_status.asp");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(saved), {}), "<status>1</status>");
 }

@@ -57,6 +57,11 @@ public:
     // GET `url`. `cancel`, when given and set, aborts a running transfer.
     virtual TransferResult get(const std::string& url, const DataSink& onData,
                                const std::atomic<bool>* cancel) = 0;
+    // POST `body` with the header "Content-Type: <contentType>" to `url`; the
+    // answer's body goes to `onData`. The same outcomes as get: an answer
+    // outside 2xx fails, and its body is not passed on.
+    virtual TransferResult post(const std::string& url, const std::string& contentType, const std::string& body,
+                                const DataSink& onData) = 0;
 };
 
 // The machine-side services a download or archive stand-in needs.

@@ -1,5 +1,6 @@
 #include "support/support_files.h"
 
+#include <algorithm>
 #include <exception>
 
 #include "config/agent_settings.h"
@@ -180,6 +181,7 @@ void subDownloadAllFiles() {
 
 void subReadDownloadList() {
     DownloadURLList.clear();
+    DownloadURLPieces.clear();
     const std::string list = PatchManagementFolder() + "DwldURL.txt";
     if (!platform::files().fileExists(list)) return;
     const std::string text = platform::files().readAll(list);
@@ -188,6 +190,10 @@ void subReadDownloadList() {
         size_t end = text.find('\n', start);
         std::string line = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
         if (!line.empty() && line.back() == '\r') line.pop_back();
+        for (size_t from = 0, to; from <= line.size(); from = to + 1) {
+            to = std::min(line.find('\\', from), line.size());
+            DownloadURLPieces.insert(line.substr(from, to - from));
+        }
         DownloadURLList.push_back(line);
         if (end == std::string::npos) break;
         start = end + 1;
@@ -212,8 +218,9 @@ void subDeletePatch(const std::string& path) {
             key == "WSUSSCN2.CAB")
             return;
         if (platform::files().fileExists(PatchManagementFolder() + "DwldURL.txt")) {
+            const bool piece = DownloadURLPieces.count(name) != 0;
             for (const std::string& line : DownloadURLList) {
-                if (line.find(name) != std::string::npos) {
+                if (piece || line.find(name) != std::string::npos) {
                     log("ModMain", "subDeletePatch", "INFO", "Patch is in the list, could Not Delete  ", path);
                     return;
                 }

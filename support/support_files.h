@@ -2,12 +2,16 @@
 #pragma once
 
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace kpm {
 
 // The lines of "DwldURL.txt" as CloseAll read them.
 inline std::vector<std::string> DownloadURLList;
+// Every "\"-separated piece of those lines: a file name that is one of them
+// is in the list without searching every line for it.
+inline std::unordered_set<std::string> DownloadURLPieces;
 
 bool Download_BlackList(const std::string& fileName);
 bool DCDownload();

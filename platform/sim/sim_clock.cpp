@@ -119,4 +119,12 @@ std::string SimClock::generalDate(const DateTime& t) {
            formatPicture(config_.longTime, t, config_.amDesignator, config_.pmDesignator);
 }
 
+std::string SimClock::dateText(const DateTime& t) {
+    const bool midnight = t.hour == 0 && t.minute == 0 && t.second == 0;
+    const bool dayZero = t.year == 1899 && t.month == 12 && t.day == 30;
+    if (midnight && !dayZero) return formatPicture(config_.shortDate, t, config_.amDesignator, config_.pmDesignator);
+    if (dayZero) return formatPicture(config_.longTime, t, config_.amDesignator, config_.pmDesignator);
+    return generalDate(t);
+}
+
 }  // namespace platform::sim

@@ -25,6 +25,7 @@ public:
     void sleep(uint32_t milliseconds) override;
     // Short date, a blank, long time (midnight included).
     std::string generalDate(const DateTime& t) override;
+    std::string dateText(const DateTime& t) override;
 
 private:
     const MachineConfig& config_;

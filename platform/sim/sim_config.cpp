@@ -10,6 +10,7 @@
 #include "platform/automation.h"
 #include "platform/sim/sim_ini.h"
 #include "platform/sim/sim_machine.h"
+#include "standins/served_classes.h"
 
 namespace platform::sim {
 
@@ -179,6 +180,10 @@ MachineConfig loadMachineConfig(const std::filesystem::path& iniFile) {
         else
             Reader::fail(e->line, "[Classes] " + e->key + "=" + e->value +
                                       " must be missing, badmodule or ok");
+        // The maker's classes are there exactly when registry.reg registers them.
+        if (standins::isMakerClass(standins::findServedClass(e->key)))
+            Reader::fail(e->line, "[Classes] " + e->key +
+                                      ": a maker's class is registered in registry.reg, not here");
         c.classes.emplace(lower(e->key), s);
     }
 

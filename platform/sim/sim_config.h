@@ -20,7 +20,9 @@ struct DriveSpace {
     uint64_t free = 0;
 };
 
-// What [Classes] says of a ProgID (or of "winmgmts", "KEncDec").
+// What [Classes] says of one of Windows' own classes (or of the "winmgmts"
+// moniker, or of the plain DLL "KEncDec"). The maker's COM classes are not
+// named there: registry.reg says whether they are registered.
 enum class ClassState { Normal, Missing, BadModule };
 
 struct MachineConfig {

@@ -1,7 +1,13 @@
 #include "platform/sim/sim_files.h"
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <cerrno>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -61,20 +67,6 @@ std::vector<std::string> listNames(const fs::path& dir) {
 }
 
 }  // namespace
-
-// The entry of dir whose name matches case-insensitively (an exact match
-// first), or whose short name it is.
-static std::optional<std::string> findEntry(const fs::path& dir, const std::string& name) {
-    std::error_code ec;
-    if (fs::exists(dir / name, ec)) return name;
-    const std::vector<std::string> names = listNames(dir);
-    for (const auto& n : names)
-        if (iequals(n, name)) return n;
-    if (name.find('~') != std::string::npos)
-        for (const auto& n : names)
-            if (!isShortName(n) && iequals(shortAlias(n, names), name)) return n;
-    return std::nullopt;
-}
 
 namespace {
 
@@ -188,14 +180,100 @@ std::string shortAlias(const std::string& name, const std::vector<std::string>& 
 
 // ---------------------------------------------------------------- SimFiles
 
+bool replaceWhole(const fs::path& file, std::string_view bytes, const fs::path& staging) {
+    static std::atomic<unsigned long> counter{0};
+    std::error_code ec;
+    const fs::path folder = staging.empty() ? file.parent_path() : staging;
+    if (!staging.empty()) fs::create_directories(staging, ec);
+    const fs::path temp = folder / ("." + file.filename().string() + "-" + std::to_string(::getpid()) + "-" +
+                                    std::to_string(++counter) + ".tmp");
+    {
+        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        out.close();
+        if (!out) {
+            fs::remove(temp, ec);
+            return false;
+        }
+    }
+    fs::rename(temp, file, ec);
+    if (!ec) return true;
+    fs::remove(temp, ec);
+    // The staging folder on another host file system: write in place.
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    return static_cast<bool>(out);
+}
+
+void sweepStaged(const fs::path& staging) {
+    std::error_code ec;
+    for (auto it = fs::directory_iterator(staging, ec); !ec && it != fs::directory_iterator(); it.increment(ec)) {
+        // "download-<pid>-<n>.part" and ".<name>-<pid>-<n>.tmp": the id is the second field from the end.
+        const std::string name = it->path().filename().string();
+        const size_t last = name.rfind('-');
+        const size_t before = last == std::string::npos || last == 0 ? std::string::npos : name.rfind('-', last - 1);
+        if (before == std::string::npos) continue;
+        const long pid = std::strtol(name.c_str() + before + 1, nullptr, 10);
+        std::error_code rm;
+        if (pid > 0 && ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) fs::remove(it->path(), rm);
+    }
+}
+
 SimFiles::SimFiles(MachineState& state) : state_(state) {}
 
+const SimFiles::Listing& SimFiles::listing(const fs::path& dir) const {
+    std::error_code ec;
+    const auto time = fs::last_write_time(dir, ec);
+    Listing& l = listings_[dir.string()];
+    if (l.time != time || l.names.empty()) {
+        l.time = time;
+        l.names = listNames(dir);
+        l.byUpper.clear();
+        for (const auto& n : l.names) l.byUpper.emplace(upper(n), n);
+    }
+    return l;
+}
+
+// The entry of dir that a name finds: the name itself, else the first name
+// equal but for case, else the name whose short name it is.
+std::optional<std::string> SimFiles::entry(const fs::path& dir, const std::string& name) const {
+    auto& names = found_[dir.string()];
+    if (auto it = names.find(name); it != names.end()) return it->second;
+    std::error_code ec;
+    std::optional<std::string> found;
+    if (fs::exists(dir / name, ec)) {
+        found = name;
+    } else {
+        const Listing& l = listing(dir);
+        if (auto it = l.byUpper.find(upper(name)); it != l.byUpper.end()) found = it->second;
+        else if (name.find('~') != std::string::npos)
+            for (const auto& n : l.names)
+                if (!isShortName(n) && iequals(shortAlias(n, l.names), name)) {
+                    found = n;
+                    break;
+                }
+    }
+    if (found) names.emplace(name, *found);
+    return found;
+}
+
+// Keyed by the entry's name behind a '|', which no name holds.
+std::string SimFiles::alias(const fs::path& dir, const std::string& entryName) const {
+    auto& names = found_[dir.string()];
+    const std::string key = "|" + entryName;
+    if (auto it = names.find(key); it != names.end()) return it->second;
+    return names.emplace(key, shortAlias(entryName, listNames(dir))).first->second;
+}
+
 fs::path SimFiles::driveFolder(char letter) const {
+    letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+    if (auto it = drives_.find(letter); it != drives_.end()) return it->second;
     std::error_code ec;
     for (char c : {static_cast<char>(std::toupper(static_cast<unsigned char>(letter))),
                    static_cast<char>(std::tolower(static_cast<unsigned char>(letter)))}) {
         fs::path p = state_.folder / "drives" / std::string(1, c);
-        if (fs::is_directory(p, ec)) return p;
+        if (fs::is_directory(p, ec)) return drives_[letter] = p;
     }
     return {};
 }
@@ -208,7 +286,7 @@ fs::path SimFiles::resolve(const WinPath& p) const {
     bool lookUp = true;
     for (const auto& name : p.parts) {
         if (lookUp) {
-            if (auto found = findEntry(cur, name)) {
+            if (auto found = entry(cur, name)) {
                 cur /= *found;
                 continue;
             }
@@ -307,6 +385,7 @@ bool SimFiles::makeSureDirectoryPathExists(std::string_view path) {
     auto l = locate(path.substr(0, cut + 1));
     if (!l) return false;
     std::error_code ec;
+    changedAll();
     fs::create_directories(l->host, ec);
     if (ec || !fs::is_directory(l->host, ec)) return failWin32(win32::PathNotFound);
     return true;
@@ -319,6 +398,7 @@ void SimFiles::createFolder(std::string_view path) {
     if (fs::exists(l->host, ec)) raise(err::FileAlreadyExists, win32::AlreadyExists);
     if (l->win.parts.empty() || !fs::is_directory(l->host.parent_path(), ec))
         raise(err::PathNotFound, win32::PathNotFound);
+    changed(l->host.parent_path());
     if (!fs::create_directory(l->host, ec) || ec) raise(err::PathFileAccessError, win32::AccessDenied);
 }
 
@@ -363,6 +443,7 @@ void SimFiles::deleteFile(std::string_view path) {
         if (isReadOnly(v)) raise(err::PathFileAccessError, win32::AccessDenied);
     for (const auto& v : victims) {
         uint64_t size = fs::file_size(v, ec);
+        changed(v.parent_path());
         if (!fs::remove(v, ec) || ec) raise(err::PathFileAccessError, win32::AccessDenied);
         charge(l->win.drive, -static_cast<int64_t>(size));
     }
@@ -374,6 +455,7 @@ void SimFiles::deleteFolder(std::string_view path) {
     if (!l || l->win.parts.empty() || !fs::is_directory(l->host, ec))
         raise(err::PathNotFound, win32::PathNotFound);
     uint64_t size = treeSize(l->host);
+    changedAll();
     fs::remove_all(l->host, ec);
     if (ec) raise(err::PermissionDenied, win32::AccessDenied);
     charge(l->win.drive, -static_cast<int64_t>(size));
@@ -423,7 +505,12 @@ void SimFiles::writeFile(std::string_view path, std::string_view bytes, bool app
     std::error_code ec;
     charge(l->win.drive, append ? static_cast<int64_t>(bytes.size())
                                 : static_cast<int64_t>(bytes.size()) - static_cast<int64_t>(old));
-    std::ofstream out(l->host, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
+    if (old == 0) changed(l->host.parent_path());  // maybe a new entry
+    if (!append) {
+        if (!replaceWhole(l->host, bytes, state_.folder / ".transfers")) raise(err::DeviceIOError, win32::WriteFault);
+        return;
+    }
+    std::ofstream out(l->host, std::ios::binary | std::ios::app);
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     out.close();
     if (!out) raise(err::DeviceIOError, win32::WriteFault);
@@ -450,6 +537,7 @@ void SimFiles::importFile(const fs::path& hostFile, std::string_view path) {
     const uint64_t size = fs::file_size(hostFile, ec);
     if (ec) raise(err::FileNotFound, win32::FileNotFound);
     charge(l->win.drive, static_cast<int64_t>(size) - static_cast<int64_t>(old));
+    changed(l->host.parent_path());
     fs::rename(hostFile, l->host, ec);
     if (ec) {
         // Another host file system: copy, then drop the staged file.
@@ -472,13 +560,13 @@ uint32_t SimFiles::getShortPathName(std::string_view longPath, std::string& buff
     else if (isSeparator(longPath[0])) out = "\\";
     for (size_t i = 0; i < l->win.parts.size(); ++i) {
         const std::string& name = l->win.parts[i];
-        auto found = findEntry(cur, name);
+        auto found = entry(cur, name);
         if (!found) {
             state_.lastError = i + 1 == l->win.parts.size() ? win32::FileNotFound : win32::PathNotFound;
             return 0;
         }
         if (i > 0) out += '\\';
-        out += isShortName(name) ? name : shortAlias(*found, listNames(cur));
+        out += isShortName(name) ? name : alias(cur, *found);
         cur /= *found;
     }
     if (l->win.trailingSeparator && !l->win.parts.empty()) out += '\\';

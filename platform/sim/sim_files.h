@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/files.h"
@@ -35,6 +36,17 @@ bool isShortName(std::string_view name);
 
 // The short name Windows gives `name` among `siblings` (all names in its folder).
 std::string shortAlias(const std::string& name, const std::vector<std::string>& siblings);
+
+// Replaces a host file with `bytes` as Windows replaces a file it writes in
+// one piece: the bytes go to a file in `staging` (beside `file` when empty),
+// which is then renamed over it, so a process killed half-way leaves the old
+// content or the new, never a part. False when it could not be written.
+bool replaceWhole(const std::filesystem::path& file, std::string_view bytes,
+                  const std::filesystem::path& staging = {});
+
+// Removes from `staging` what processes that no longer run left half-done
+// (a pass killed mid-transfer): names carry the writer's process id.
+void sweepStaged(const std::filesystem::path& staging);
 
 class SimFiles : public FileSystem {
 public:
@@ -92,8 +104,34 @@ private:
     DriveSpace& space(char drive);
     void writeFile(std::string_view path, std::string_view bytes, bool append);
 
+    // The entry a name finds in a host folder (see findEntry), remembered:
+    // a pass names the same folders and files thousands of times. Whatever
+    // this class adds to or removes from a folder drops what was found there.
+    std::optional<std::string> entry(const std::filesystem::path& dir, const std::string& name) const;
+    std::string alias(const std::filesystem::path& dir, const std::string& entryName) const;
+    void changed(const std::filesystem::path& folder) {
+        found_.erase(folder.string());
+        listings_.erase(folder.string());
+    }
+    void changedAll() {
+        found_.clear();
+        listings_.clear();
+        drives_.clear();
+    }
+    // A folder's names, kept while its modification time stays: a name that
+    // is not there exactly is looked for without listing a big folder again.
+    struct Listing {
+        std::filesystem::file_time_type time;
+        std::vector<std::string> names;
+        std::unordered_map<std::string, std::string> byUpper;  // the first name of each upper-cased form
+    };
+    const Listing& listing(const std::filesystem::path& dir) const;
+
     MachineState& state_;
     std::map<char, DriveSpace> space_;
+    mutable std::unordered_map<std::string, std::unordered_map<std::string, std::string>> found_;
+    mutable std::map<char, std::filesystem::path> drives_;
+    mutable std::unordered_map<std::string, Listing> listings_;
 };
 
 }  // namespace platform::sim

@@ -9,6 +9,7 @@
 #include "platform/sim/sim_network.h"
 #include "platform/sim/sim_profile.h"
 #include "platform/sim/sim_registry.h"
+#include "platform/sim/sim_services.h"
 #include "platform/sim/sim_state.h"
 #include "platform/sim/sim_system.h"
 
@@ -27,6 +28,7 @@ struct SimMachine::Impl {
     std::unique_ptr<SimSystem> system;
     std::unique_ptr<SimAutomation> automation;
     std::unique_ptr<SimMaker> maker;
+    std::unique_ptr<SimServices> services;
 };
 
 std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenOptions& options) {
@@ -40,6 +42,7 @@ std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenO
     s.config = loadMachineConfig(s.folder / "machine.ini");
 
     impl->files = std::make_unique<SimFiles>(s);
+    sweepStaged(s.folder / ".transfers");
     const char drive = static_cast<char>(std::toupper(static_cast<unsigned char>(s.config.exePath[0])));
     if (impl->files->driveFolder(drive).empty())
         throw MachineError("machine.ini: [Machine] ExePath=" + s.config.exePath + " is on drive " + drive +
@@ -49,11 +52,12 @@ std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenO
     impl->profile = std::make_unique<SimProfile>(s, *impl->files);
     DateTime start = options.now ? *options.now : s.config.now ? *s.config.now : hostLocalTime();
     impl->clock = std::make_unique<SimClock>(s.config, start, options.frozenClock);
-    impl->system = std::make_unique<SimSystem>(s, *impl->files);
-    impl->automation = std::make_unique<SimAutomation>(s.config);
+    impl->system = std::make_unique<SimSystem>(s, *impl->files, *impl->registry);
+    impl->automation = std::make_unique<SimAutomation>(s, *impl->registry, *impl->files);
     impl->standinHost = newSimStandinHost(s.config, *impl->files, s.folder / ".transfers");
     impl->internet = std::make_unique<SimInternet>(impl->standinHost);
     impl->maker = std::make_unique<SimMaker>(s, *impl->files, impl->standinHost);
+    impl->services = std::make_unique<SimServices>(s, *impl->registry);
 
     std::unique_ptr<SimMachine> machine(new SimMachine(std::move(impl)));
     registerStandardClasses(*machine, *machine->impl_->automation);
@@ -75,6 +79,7 @@ System& SimMachine::system() { return *impl_->system; }
 Automation& SimMachine::automation() { return *impl_->automation; }
 MakerLibraries& SimMachine::maker() { return *impl_->maker; }
 Internet& SimMachine::internet() { return *impl_->internet; }
+Services& SimMachine::services() { return *impl_->services; }
 const std::shared_ptr<standins::StandinHost>& SimMachine::standinHost() const { return impl_->standinHost; }
 SimAutomation& SimMachine::simAutomation() { return *impl_->automation; }
 SimFiles& SimMachine::simFiles() { return *impl_->files; }

@@ -56,6 +56,7 @@ public:
     Automation& automation() override;
     MakerLibraries& maker() override;
     Internet& internet() override;
+    Services& services() override;
 
     // The sim's own faces of its parts, for tests and for registering more
     // stand-in classes (simAutomation().registerClass(...)).

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 #include <unistd.h>
@@ -30,6 +31,23 @@ public:
 
     standins::TransferResult get(const std::string& url, const standins::DataSink& onData,
                                  const std::atomic<bool>* cancel) override {
+        return transfer(url, nullptr, onData, cancel);
+    }
+
+    standins::TransferResult post(const std::string& url, const std::string& contentType, const std::string& body,
+                                  const standins::DataSink& onData) override {
+        const PostBody p{contentType, body};
+        return transfer(url, &p, onData, nullptr);
+    }
+
+private:
+    struct PostBody {
+        const std::string& contentType;
+        const std::string& data;
+    };
+
+    standins::TransferResult transfer(const std::string& url, const PostBody* post, const standins::DataSink& onData,
+                                      const std::atomic<bool>* cancel) {
         standins::TransferResult r;
         auto parsed = standins::parseHttpUrl(url);
         if (!parsed) {
@@ -50,10 +68,21 @@ public:
             return r;
         }
         Context ctx{onData, cancel, curl, {}, false};
+        ctx.stallSeconds = stallSeconds_;
         char errbuf[CURL_ERROR_SIZE] = "";
         const std::string connectTo = parsed->host + ":" + std::to_string(parsed->port) + ":" +
                                       to->address + ":" + std::to_string(to->port);
         curl_slist* connect = curl_slist_append(nullptr, connectTo.c_str());
+        curl_slist* headers = nullptr;
+        if (post) {
+            const std::string type = "Content-Type: " + post->contentType;
+            headers = curl_slist_append(headers, type.c_str());
+            headers = curl_slist_append(headers, "Expect:");  // the body goes at once
+            curl_easy_setopt(curl, CURLOPT_POST, 1L);
+            curl_easy_setopt(curl, CURLOPT_POSTFIELDS, post->data.data());
+            curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(post->data.size()));
+            curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+        }
         curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
         curl_easy_setopt(curl, CURLOPT_CONNECT_TO, connect);
         // The host's own proxy settings play no part on the simulated machine.
@@ -82,11 +111,14 @@ public:
         curl_easy_getinfo(curl, CURLINFO_SIZE_DOWNLOAD_T, &bytes);
         curl_easy_cleanup(curl);
         curl_slist_free_all(connect);
+        curl_slist_free_all(headers);
 
         r.httpStatus = status;
         r.bytes = static_cast<uint64_t>(bytes);
         if (ctx.sinkRefused) {
             r.reason = standins::reason::notWritten("the file");  // the target says which
+        } else if (ctx.stalled) {
+            r.reason = standins::reason::stalled(stallSeconds_);
         } else if (code == CURLE_COULDNT_CONNECT || (code != CURLE_OK && status == 0 && code != CURLE_OPERATION_TIMEDOUT)) {
             r.reason = standins::reason::cannotConnect(parsed->host, parsed->port);
         } else if (code == CURLE_OPERATION_TIMEDOUT) {
@@ -101,13 +133,19 @@ public:
         return r;
     }
 
-private:
     struct Context {
         const standins::DataSink& sink;
         const std::atomic<bool>* cancel;
         CURL* curl;
         std::string statusText;
         bool sinkRefused;
+        // libcurl's low-speed limit averages uploaded bytes in, so a site that
+        // takes a post and then says nothing would not count as stalled: the
+        // silence is timed here, on bytes in either direction.
+        unsigned stallSeconds = 0;
+        curl_off_t lastDown = -1, lastUp = -1;
+        std::chrono::steady_clock::time_point lastMove{};
+        bool stalled = false;
 
         static size_t header(char* data, size_t size, size_t n, void* p) {
             auto* c = static_cast<Context*>(p);
@@ -132,9 +170,19 @@ private:
             }
             return size * n;
         }
-        static int progress(void* p, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+        static int progress(void* p, curl_off_t, curl_off_t dlnow, curl_off_t, curl_off_t ulnow) {
             auto* c = static_cast<Context*>(p);
-            return c->cancel && c->cancel->load() ? 1 : 0;
+            if (c->cancel && c->cancel->load()) return 1;
+            const auto now = std::chrono::steady_clock::now();
+            if (dlnow != c->lastDown || ulnow != c->lastUp) {
+                c->lastDown = dlnow;
+                c->lastUp = ulnow;
+                c->lastMove = now;
+            } else if (c->stallSeconds > 0 && now - c->lastMove >= std::chrono::seconds(c->stallSeconds)) {
+                c->stalled = true;
+                return 1;
+            }
+            return 0;
         }
     };
 

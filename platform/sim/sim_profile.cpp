@@ -1,6 +1,7 @@
 #include "platform/sim/sim_profile.h"
 
 #include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <sstream>
 
@@ -122,9 +123,102 @@ std::string SimProfile::withKey(std::string_view text, std::string_view section,
     return out;
 }
 
+void SimProfile::remember(const std::string& name, std::string text) {
+    recent_.reset();
+    auto r = std::make_unique<Recent>();
+    std::error_code ec;
+    r->host = files_.hostPath(name);
+    r->time = fs::last_write_time(r->host, ec);
+    r->size = fs::file_size(r->host, ec);
+    if (ec || r->size != text.size()) return;
+    r->lines = scanIni(text);
+    r->text = std::move(text);
+    r->sectionLine = r->lastFilled = r->lines.size();
+    recent_ = std::move(r);
+}
+
+void SimProfile::indexSection(std::string_view section) {
+    Recent& r = *recent_;
+    r.section = std::string(section);
+    r.keys.clear();
+    size_t i = 0;
+    while (i < r.lines.size() && !(r.lines[i].kind == IniLine::Kind::Section && iequals(r.lines[i].name, section))) ++i;
+    r.sectionLine = r.lastFilled = i;
+    for (size_t j = i + 1; i < r.lines.size() && j < r.lines.size() && r.lines[j].kind != IniLine::Kind::Section; ++j) {
+        if (r.lines[j].kind == IniLine::Kind::Key) {
+            std::string upper = r.lines[j].name;
+            for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            r.keys.emplace(std::move(upper), j);
+        }
+        if (r.lines[j].kind != IniLine::Kind::Blank) r.lastFilled = j;
+    }
+}
+
+bool SimProfile::writeRecent(const std::string& name, std::string_view section, std::string_view key,
+                             std::string_view value, bool& ok) {
+    if (!recent_) return false;
+    Recent& r = *recent_;
+    std::error_code ec;
+    fs::path host;
+    try {
+        host = files_.hostPath(name);
+    } catch (const MachineError&) {
+        return false;
+    }
+    if (host != r.host || fs::file_size(host, ec) != r.size || ec || fs::last_write_time(host, ec) != r.time || ec ||
+        files_.isReadOnly(host))
+        return false;
+    section = trimSpaces(section);
+    key = trimSpaces(key);
+    if (r.section != section) indexSection(section);
+    if (r.sectionLine == r.lines.size()) return false;
+    std::string upper(key);
+    for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    if (auto found = r.keys.find(upper); found != r.keys.end()) {
+        // The same value again leaves the file as it is.
+        const IniLine& l = r.lines[found->second];
+        const std::string line = l.name + "=" + std::string(value);
+        if (std::string_view(r.text).substr(l.begin, l.end - l.begin) != line) return false;
+        ok = true;
+        return true;
+    }
+    // A new key after the section's last line, at the very end of a file
+    // whose last line is ended: the file only grows.
+    const IniLine& after = r.lines[r.lastFilled];
+    if (after.next != r.text.size() || after.next == after.end) return false;
+    const std::string add = std::string(key) + "=" + std::string(value) + std::string(kEol);
+    if (add.find_first_of("\r\n") != add.size() - kEol.size()) return false;  // one line, or the plain way
+    try {
+        files_.append(name, add);
+    } catch (const ComError&) {
+        recent_.reset();
+        ok = false;
+        return true;
+    }
+    const size_t at = r.text.size();
+    r.text += add;
+    for (IniLine l : scanIni(add)) {
+        l.begin += at;
+        l.end += at;
+        l.next += at;
+        if (l.kind != IniLine::Kind::Blank) r.lastFilled = r.lines.size();
+        if (l.kind == IniLine::Kind::Key) {
+            for (char& c : upper.assign(l.name)) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            r.keys.emplace(upper, r.lines.size());
+        }
+        r.lines.push_back(std::move(l));
+    }
+    r.size = r.text.size();
+    r.time = fs::last_write_time(host, ec);
+    if (ec) recent_.reset();
+    ok = true;
+    return true;
+}
+
 bool SimProfile::writeString(std::string_view section, std::string_view key,
                              std::string_view value, std::string_view file) {
     const std::string name = fullName(file);
+    if (bool ok = false; writeRecent(name, section, key, value, ok)) return ok;
     std::string text;
     if (files_.fileExists(name)) {
         try {
@@ -140,11 +234,14 @@ bool SimProfile::writeString(std::string_view section, std::string_view key,
             return false;
         }
     }
+    std::string written = withKey(text, section, key, value);
     try {
-        files_.writeAll(name, withKey(text, section, key, value));
+        files_.writeAll(name, written);
     } catch (const ComError&) {
+        recent_.reset();
         return false;  // the file system set the last error
     }
+    remember(name, std::move(written));
     return true;
 }
 

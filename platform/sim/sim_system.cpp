@@ -10,6 +10,7 @@
 
 #include "platform/automation.h"
 #include "platform/errors.h"
+#include "platform/sim/sim_automation.h"
 #include "platform/sim/sim_files.h"
 #include "platform/sim/sim_state.h"
 
@@ -30,9 +31,33 @@ std::string folderOf(const std::string& path) {
     return cut == std::string::npos ? std::string() : path.substr(0, cut + 1);
 }
 
+// A command line's words as a program's argument parser sees them: blanks
+// separate, double quotes group (and are dropped).
+std::vector<std::string> words(std::string_view commandLine) {
+    std::vector<std::string> out;
+    std::string word;
+    bool quoted = false, any = false;
+    for (char c : commandLine) {
+        if (c == '"') {
+            quoted = !quoted;
+            any = true;
+        } else if ((c == ' ' || c == '\t') && !quoted) {
+            if (any) out.push_back(word);
+            word.clear();
+            any = false;
+        } else {
+            word += c;
+            any = true;
+        }
+    }
+    if (any) out.push_back(word);
+    return out;
+}
+
 }  // namespace
 
-SimSystem::SimSystem(MachineState& state, SimFiles& files) : state_(state), files_(files) {}
+SimSystem::SimSystem(MachineState& state, SimFiles& files, Registry& registry)
+    : state_(state), files_(files), registry_(registry) {}
 
 SimSystem::~SimSystem() {
     for (auto& m : mutexes_) ::close(m.second);  // closing releases the lock
@@ -128,7 +153,30 @@ bool SimSystem::startHidden(std::string_view commandLine) {
         state_.lastError = win32::AccessDenied;
         return false;
     }
+    runRegsvr32(commandLine);
     return true;
+}
+
+// What regsvr32 does once started: registers each DLL it is given (its
+// options: /s keeps it silent; with /u nothing is registered, nor removed).
+void SimSystem::runRegsvr32(std::string_view commandLine) {
+    std::vector<std::string> args = words(commandLine);
+    if (args.empty()) return;
+    const size_t slash = args[0].find_last_of("\\/");
+    const std::string program = slash == std::string::npos ? args[0] : args[0].substr(slash + 1);
+    if (!iequals(program, "regsvr32.exe") && !iequals(program, "regsvr32")) return;
+    std::vector<std::string> dlls;
+    for (size_t i = 1; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (!a.empty() && (a[0] == '/' || a[0] == '-')) {
+            if (a.size() > 1 && (a[1] == 'u' || a[1] == 'U')) return;
+        } else {
+            dlls.push_back(a);
+        }
+    }
+    const uint32_t saved = state_.lastError;  // another process's doing
+    for (const auto& dll : dlls) registerComServer(registry_, files_, dll);
+    state_.lastError = saved;
 }
 
 void SimSystem::endProcess(int exitCode) { throw ProcessEnd{exitCode}; }

@@ -6,6 +6,10 @@
 
 #include "platform/system.h"
 
+namespace platform {
+class Registry;
+}
+
 namespace platform::sim {
 
 struct MachineState;
@@ -13,7 +17,7 @@ class SimFiles;
 
 class SimSystem : public System {
 public:
-    SimSystem(MachineState& state, SimFiles& files);
+    SimSystem(MachineState& state, SimFiles& files, Registry& registry);
     ~SimSystem() override;
     SimSystem(const SimSystem&) = delete;
     SimSystem& operator=(const SimSystem&) = delete;
@@ -28,7 +32,8 @@ public:
     // is closed: a second machine on the same folder cannot take it.
     bool acquireSingleInstance(std::string_view name) override;
     // Appends the command line to <machine>/started-processes.log when its
-    // program is on the machine (see programExists); nothing runs.
+    // program is on the machine (see programExists); nothing runs, except
+    // that regsvr32 registers the maker's DLLs it is given (registerComServer).
     bool startHidden(std::string_view commandLine) override;
     // The program of a command line as CreateProcess finds it: a quoted
     // name, else the shortest blank-separated prefix that names a file; ".exe"
@@ -41,9 +46,11 @@ public:
 
 private:
     bool fileFound(std::string name);
+    void runRegsvr32(std::string_view commandLine);
 
     MachineState& state_;
     SimFiles& files_;
+    Registry& registry_;
     std::vector<std::pair<std::string, int>> mutexes_;  // name, descriptor
 };
 

@@ -10,6 +10,14 @@
 
 namespace platform::win32 {
 
+// The shape callFirstMethod expects of an interface: dual, first method right
+// after IDispatch's. Outside the anonymous namespace: with internal linkage
+// the compiler would see no implementation and turn the call into a pure
+// virtual one.
+struct FirstStringMethod : public IDispatch {
+    virtual HRESULT STDMETHODCALLTYPE First(BSTR text, BSTR* result) = 0;
+};
+
 namespace {
 
 class Win32Automation final : public Automation {
@@ -25,13 +33,32 @@ public:
         std::wstring id = toWide(progId);
         HRESULT hr = CLSIDFromProgID(id.c_str(), &clsid);
         if (FAILED(hr)) throw creationError(hr);
-        ComPtr<IUnknown> unknown;
-        hr = CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IID_IUnknown, unknown.putVoid());
-        if (FAILED(hr)) throw creationError(hr);
-        ComPtr<IDispatch> d;
-        hr = unknown.as(IID_IDispatch, d);
-        if (FAILED(hr)) throw creationError(hr);
-        return Object(wrapDispatch(d.get()));
+        return create(clsid);
+    }
+
+    Object createByClsid(std::string_view clsidText) override {
+        initialise();
+        CLSID clsid;
+        std::wstring id = toWide(clsidText);
+        // A malformed identifier names no class.
+        if (FAILED(CLSIDFromString(id.c_str(), &clsid))) throw makeError(err::CannotCreateObject);
+        return create(clsid);
+    }
+
+    std::string callFirstMethod(const Object& object, std::string_view iidText, const std::string& text) override {
+        IDispatch* d = comPointer(object.ptr().get());
+        if (!d) throw makeError(err::ObjectVariableNotSet);
+        IID iid;
+        std::wstring id = toWide(iidText);
+        if (FAILED(IIDFromString(id.c_str(), &iid))) throw makeError(err::NoExpectedInterface);
+        ComPtr<FirstStringMethod> face;
+        if (FAILED(d->QueryInterface(iid, face.putVoid())) || !face) throw makeError(err::NoExpectedInterface);
+        UniqueBstr in = toBstr(text);
+        BSTR out = nullptr;
+        HRESULT hr = face->First(in.get(), &out);
+        UniqueBstr result(out);
+        if (FAILED(hr)) throw errorFromHresult(hr);
+        return fromBstr(result.get());
     }
 
     // GetObject(moniker): parse the display name and bind, as the runtime does.
@@ -52,6 +79,16 @@ public:
     }
 
 private:
+    Object create(const CLSID& clsid) {
+        ComPtr<IUnknown> unknown;
+        HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_ALL, IID_IUnknown, unknown.putVoid());
+        if (FAILED(hr)) throw creationError(hr);
+        ComPtr<IDispatch> d;
+        hr = unknown.as(IID_IDispatch, d);
+        if (FAILED(hr)) throw creationError(hr);
+        return Object(wrapDispatch(d.get()));
+    }
+
     void initialise() {
         if (initialised_) return;
         // S_FALSE (already initialised on this thread) is as good.

@@ -19,5 +19,6 @@ std::unique_ptr<System> newSystem();
 std::unique_ptr<Automation> newAutomation();
 std::unique_ptr<MakerLibraries> newMakerLibraries(const HostOptions& options);
 std::unique_ptr<Internet> newInternet();
+std::unique_ptr<Services> newServices();
 
 }  // namespace platform::win32

@@ -1,6 +1,7 @@
 #include <windows.h>
 
 #include "platform/clock.h"
+#include "platform/win32/ansi.h"
 #include "platform/win32/bindings.h"
 
 namespace platform::win32 {
@@ -30,6 +31,15 @@ public:
         GetDateFormatA(LOCALE_USER_DEFAULT, DATE_SHORTDATE, &st, nullptr, date, sizeof date);
         GetTimeFormatA(LOCALE_USER_DEFAULT, 0, &st, nullptr, time, sizeof time);
         return std::string(date) + " " + time;
+    }
+
+    // What the automation runtime's own conversion gives, in the user's locale.
+    std::string dateText(const DateTime& t) override {
+        BSTR text = nullptr;
+        if (FAILED(VarBstrFromDate(toOleDate(t), LOCALE_USER_DEFAULT, 0, &text))) return generalDate(t);
+        std::string out = fromBstr(text);
+        SysFreeString(text);
+        return out;
     }
 };
 

@@ -517,6 +517,11 @@ std::shared_ptr<Dispatch> wrapDispatch(IDispatch* d) {
     return std::make_shared<ComDispatch>(ComPtr<IDispatch>::share(d));
 }
 
+IDispatch* comPointer(const Dispatch* d) {
+    auto* c = dynamic_cast<const ComDispatch*>(d);
+    return c ? c->com() : nullptr;
+}
+
 IDispatch* newDispatchAdapter(std::shared_ptr<Dispatch> d) { return new DispatchAdapter(std::move(d)); }
 
 long liveComObjects() { return g_live.load(); }

@@ -46,6 +46,10 @@ void fillExcepInfo(const ComError& e, EXCEPINFO& ei);
 // adapter of this module (see newDispatchAdapter) is unwrapped to the object it carries.
 std::shared_ptr<Dispatch> wrapDispatch(IDispatch* d);
 
+// The COM object behind a client-side wrapper made by wrapDispatch (no
+// reference added); null for any other Dispatch.
+IDispatch* comPointer(const Dispatch* d);
+
 // Server side: a new IDispatch (one reference, the caller's) over `d`.
 // Member names get DISPIDs in the order GetIDsOfNames first sees them;
 // "_NewEnum" (DISPID_NEWENUM) enumerates through d->enumerate().

@@ -14,6 +14,7 @@ struct Win32Host::Parts {
     std::unique_ptr<Automation> automation = newAutomation();
     std::unique_ptr<MakerLibraries> maker;
     std::unique_ptr<Internet> internet = newInternet();
+    std::unique_ptr<Services> services = newServices();
 };
 
 Win32Host::Win32Host(const HostOptions& options) : parts_(std::make_unique<Parts>()) {
@@ -30,6 +31,7 @@ System& Win32Host::system() { return *parts_->system; }
 Automation& Win32Host::automation() { return *parts_->automation; }
 MakerLibraries& Win32Host::maker() { return *parts_->maker; }
 Internet& Win32Host::internet() { return *parts_->internet; }
+Services& Win32Host::services() { return *parts_->services; }
 
 HMODULE thisModule() {
     HMODULE m = nullptr;

@@ -35,6 +35,7 @@ public:
     Automation& automation() override;
     MakerLibraries& maker() override;
     Internet& internet() override;
+    Services& services() override;
 
 private:
     struct Parts;

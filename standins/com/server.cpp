@@ -4,22 +4,30 @@
 // in an IDispatch (platform/win32/com.h), so the same behaviour serves the
 // simulated machine and COM clients.
 //
-// Classes:
+// Classes (identifiers in standins/served_classes.h):
 //   KPMContract.Echo                 standins::Echo (the contract tests' object)
-//   Microsoft.Update.ServiceManager  standins::UpdateServiceManager; it records
-//                                    into %KPM_STANDINS_DIR%\update-services.ini,
-//                                    C:\KPMStandins\update-services.ini when
-//                                    the variable is not set
-//   kDwnJob.JobDownload              standins::JobDownload  } over WinINet and the
-//   ChilkatZip2.Chilkatzip2          standins::ZipComponent } files of this machine
+//   Microsoft.Update.Session,        the update agent stand-in (standins/update_agent.h);
+//   .ServiceManager, .UpdateColl,    its files in %KPM_STANDINS_DIR% (C:\KPMStandins
+//   .AgentInfo, and the WebProxy     when the variable is not set), its settings in
+//   class by its CLSID               that folder's network.ini [WindowsUpdate]
+//   kWbPost.WebPost                  standins::WebPost       } over WinINet and the
+//   kDwnJob.JobDownload              standins::JobDownload   } files of this machine
+//   ChilkatZip2.Chilkatzip2          standins::ZipComponent  }
 //                                    (standins/com/win32_standin_host.h)
+//   {88565CBB-406B-431F-BE79-66F8E3F67490}  the string-encryption class, by CLSID only,
+//                                    with its dual interface (standins/com/string_cipher_com.h);
+//                                    registered by KPMStandins.dll under its own name only
 //
 // Registered with "regsvr32 -s KPMStandins.dll" (per machine, in the view of
-// the DLL's bitness).
+// the DLL's bitness). A copy named as one of the maker's DLLs (kWbPost.dll,
+// kDwnJob.dll, Chilkatzip2.dll) stands for that DLL: it registers, serves and
+// unregisters only the classes that DLL has. To add a class: its row in
+// standins/served_classes.h, then one line in kClasses below.
 #include <windows.h>
 #include <objbase.h>
 #include <olectl.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -28,9 +36,13 @@
 #include "platform/win32/com.h"
 #include "platform/win32/handles.h"
 #include "standins/com/echo.h"
+#include "standins/com/string_cipher_com.h"
 #include "standins/com/win32_standin_host.h"
+#include "standins/com/win32_update_agent.h"
 #include "standins/job_download.h"
-#include "standins/update_service_manager.h"
+#include "standins/served_classes.h"
+#include "standins/update_agent.h"
+#include "standins/web_post.h"
 #include "standins/zip_component.h"
 
 using platform::win32::ComPtr;
@@ -42,43 +54,66 @@ HMODULE g_module = nullptr;
 LONG g_locks = 0;
 
 std::shared_ptr<platform::Dispatch> newUpdateServiceManager() {
-    std::filesystem::path folder(standins::win32::standinsFolder());
-    std::error_code ec;
-    std::filesystem::create_directories(folder, ec);  // the record's folder must exist
-    return std::make_shared<standins::UpdateServiceManager>(folder / "update-services.ini");
+    return standins::newUpdateServiceManager(standins::win32::updateAgentPlace());
 }
 
+using Make = std::shared_ptr<platform::Dispatch> (*)();
+
 struct ClassEntry {
-    const char* progId;
-    CLSID clsid;
-    std::shared_ptr<platform::Dispatch> (*make)();
+    const char* progId;  // empty: a class known by its identifier only,
+    Make make;
+    const char* clsid = nullptr;  // which is given here
 };
 
+template <class T>
+std::shared_ptr<platform::Dispatch> overWin32Host() {
+    return std::make_shared<T>(standins::win32::newWin32StandinHost());
+}
+
 const ClassEntry kClasses[] = {
-    {standins::kEchoProgId,
-     {0xa0cc808c, 0xd468, 0x47b3, {0xbd, 0xe5, 0x83, 0xcb, 0x9c, 0x00, 0xb5, 0x34}},
-     [] { return std::shared_ptr<platform::Dispatch>(std::make_shared<standins::Echo>()); }},
-    {"Microsoft.Update.ServiceManager",
-     {0xec61e934, 0x8645, 0x4582, {0x96, 0xce, 0x4a, 0xc9, 0xae, 0x03, 0x28, 0x19}},
-     newUpdateServiceManager},
-    {standins::kJobDownloadProgId,
-     {0x5b7e2d41, 0x9c3a, 0x4f18, {0xa6, 0x2e, 0x71, 0xd4, 0x0b, 0x93, 0xc5, 0x6f}},
-     [] {
-         return std::shared_ptr<platform::Dispatch>(
-             std::make_shared<standins::JobDownload>(standins::win32::newWin32StandinHost()));
-     }},
-    {standins::kZipProgId,
-     {0xc2f84a17, 0x3e6b, 0x4d90, {0x8b, 0x15, 0x2a, 0x6c, 0xe9, 0x47, 0x0d, 0xb3}},
-     [] {
-         return std::shared_ptr<platform::Dispatch>(
-             std::make_shared<standins::ZipComponent>(standins::win32::newWin32StandinHost()));
-     }},
+    {standins::kEchoProgId, [] { return std::shared_ptr<platform::Dispatch>(std::make_shared<standins::Echo>()); }},
+    {"Microsoft.Update.ServiceManager", newUpdateServiceManager},
+    {standins::kWebPostProgId, overWin32Host<standins::WebPost>},
+    {standins::kUpdateSessionProgId, [] { return standins::newUpdateSession(standins::win32::updateAgentPlace()); }},
+    {standins::kUpdateCollProgId, [] { return standins::newUpdateCollection(); }},
+    {standins::kAgentInfoProgId, [] { return standins::newAgentInfo(standins::win32::updateAgentPlace()); }},
+    {"", [] { return standins::newWebProxy(); }, standins::kWebProxyClsid},
+    {standins::kJobDownloadProgId, overWin32Host<standins::JobDownload>},
+    {standins::kZipProgId, overWin32Host<standins::ZipComponent>},
 };
+
+std::string modulePath() {
+    char path[MAX_PATH * 2] = "";
+    DWORD n = GetModuleFileNameA(g_module, path, sizeof path);
+    return std::string(path, n);
+}
+
+// The classes this file answers for: all of them under its own name, only
+// that DLL's under one of the maker's DLL names.
+bool servedHere(const standins::ServedClass& c) {
+    const std::string path = modulePath();
+    const size_t slash = path.find_last_of("\\/");
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    return !standins::isMakerDll(name) || standins::servesClass(name, c);
+}
+
+const standins::ServedClass& servedClass(const ClassEntry& e) {
+    const standins::ServedClass* c = e.clsid ? standins::findServedClassById(e.clsid) : standins::findServedClass(e.progId);
+    if (!c) std::abort();  // a class without its row in served_classes.h: a build mistake
+    return *c;
+}
+
+CLSID clsidOf(const ClassEntry& e) {
+    std::wstring text;
+    for (char ch : servedClass(e).clsid) text.push_back(static_cast<wchar_t>(ch));
+    CLSID id{};
+    CLSIDFromString(text.c_str(), &id);
+    return id;
+}
 
 class ClassFactory final : public platform::win32::ComObject<IClassFactory> {
 public:
     explicit ClassFactory(const ClassEntry& entry) : ComObject(IID_IClassFactory), entry_(entry) {}
-
 
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
         if (!out) return E_POINTER;
@@ -104,14 +139,6 @@ private:
     const ClassEntry& entry_;
 };
 
-std::string guidText(const CLSID& id) {
-    wchar_t text[64];
-    StringFromGUID2(id, text, 64);
-    std::string s;
-    for (wchar_t* p = text; *p; ++p) s.push_back(static_cast<char>(*p));  // hex digits and braces
-    return s;
-}
-
 LONG setString(HKEY parent, const std::string& path, const char* name, const std::string& value) {
     UniqueHKey key;
     LONG r = RegCreateKeyExA(parent, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_SET_VALUE,
@@ -119,12 +146,6 @@ LONG setString(HKEY parent, const std::string& path, const char* name, const std
     if (r != ERROR_SUCCESS) return r;
     return RegSetValueExA(key.get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
                           static_cast<DWORD>(value.size() + 1));
-}
-
-std::string modulePath() {
-    char path[MAX_PATH * 2] = "";
-    DWORD n = GetModuleFileNameA(g_module, path, sizeof path);
-    return std::string(path, n);
 }
 
 }  // namespace
@@ -142,8 +163,11 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
 HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
     if (!out) return E_POINTER;
     *out = nullptr;
+    // The string-encryption class has a vtable interface of its own: not a table row.
+    if (HRESULT hr = standins::win32::getStringCipherClassObject(clsid, iid, out); hr != CLASS_E_CLASSNOTAVAILABLE)
+        return hr;
     for (const ClassEntry& c : kClasses) {
-        if (!IsEqualCLSID(clsid, c.clsid)) continue;
+        if (!IsEqualCLSID(clsid, clsidOf(c)) || !servedHere(servedClass(c))) continue;
         auto* factory = new (std::nothrow) ClassFactory(c);
         if (!factory) return E_OUTOFMEMORY;
         HRESULT hr = factory->QueryInterface(iid, out);
@@ -159,25 +183,35 @@ HRESULT STDAPICALLTYPE DllCanUnloadNow() {
 
 HRESULT STDAPICALLTYPE DllRegisterServer() {
     const std::string path = modulePath();
+    if (!standins::isMakerDll(path.substr(path.find_last_of("\\/") + 1)) &&
+        standins::win32::registerStringCipherClass(path) != S_OK)
+        return SELFREG_E_CLASS;
     for (const ClassEntry& c : kClasses) {
-        const std::string clsid = guidText(c.clsid);
+        if (!servedHere(servedClass(c))) continue;
+        const std::string clsid(servedClass(c).clsid);
         const std::string key = "CLSID\\" + clsid;
         LONG r = setString(HKEY_CLASSES_ROOT, key, nullptr, c.progId);
         if (r == ERROR_SUCCESS) r = setString(HKEY_CLASSES_ROOT, key + "\\InprocServer32", nullptr, path);
         if (r == ERROR_SUCCESS)
             r = setString(HKEY_CLASSES_ROOT, key + "\\InprocServer32", "ThreadingModel", "Apartment");
-        if (r == ERROR_SUCCESS) r = setString(HKEY_CLASSES_ROOT, key + "\\ProgID", nullptr, c.progId);
-        if (r == ERROR_SUCCESS) r = setString(HKEY_CLASSES_ROOT, c.progId, nullptr, c.progId);
-        if (r == ERROR_SUCCESS) r = setString(HKEY_CLASSES_ROOT, std::string(c.progId) + "\\CLSID", nullptr, clsid);
+        if (*c.progId) {
+            if (r == ERROR_SUCCESS) r = setString(HKEY_CLASSES_ROOT, key + "\\ProgID", nullptr, c.progId);
+            if (r == ERROR_SUCCESS) r = setString(HKEY_CLASSES_ROOT, c.progId, nullptr, c.progId);
+            if (r == ERROR_SUCCESS)
+                r = setString(HKEY_CLASSES_ROOT, std::string(c.progId) + "\\CLSID", nullptr, clsid);
+        }
         if (r != ERROR_SUCCESS) return SELFREG_E_CLASS;
     }
     return S_OK;
 }
 
 HRESULT STDAPICALLTYPE DllUnregisterServer() {
+    const std::string path = modulePath();
+    if (!standins::isMakerDll(path.substr(path.find_last_of("\\/") + 1))) standins::win32::unregisterStringCipherClass();
     for (const ClassEntry& c : kClasses) {
-        RegDeleteTreeA(HKEY_CLASSES_ROOT, ("CLSID\\" + guidText(c.clsid)).c_str());
-        RegDeleteTreeA(HKEY_CLASSES_ROOT, c.progId);
+        if (!servedHere(servedClass(c))) continue;
+        RegDeleteTreeA(HKEY_CLASSES_ROOT, ("CLSID\\" + std::string(servedClass(c).clsid)).c_str());
+        if (*c.progId) RegDeleteTreeA(HKEY_CLASSES_ROOT, c.progId);
     }
     return S_OK;
 }

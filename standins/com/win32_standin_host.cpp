@@ -94,6 +94,23 @@ public:
     explicit WinInetTransport(NetworkSettings settings) : settings_(std::move(settings)) {}
 
     TransferResult get(const std::string& url, const DataSink& onData, const std::atomic<bool>* cancel) override {
+        return transfer(url, nullptr, onData, cancel);
+    }
+
+    TransferResult post(const std::string& url, const std::string& contentType, const std::string& body,
+                        const DataSink& onData) override {
+        const PostBody p{contentType, body};
+        return transfer(url, &p, onData, nullptr);
+    }
+
+private:
+    struct PostBody {
+        const std::string& contentType;
+        const std::string& data;
+    };
+
+    TransferResult transfer(const std::string& url, const PostBody* post, const DataSink& onData,
+                            const std::atomic<bool>* cancel) {
         TransferResult r;
         if (!settings_.error.empty()) {
             r.reason = settings_.error;
@@ -145,8 +162,8 @@ public:
                       INTERNET_FLAG_NO_COOKIES | INTERNET_FLAG_NO_UI | INTERNET_FLAG_PRAGMA_NOCACHE;
         if (parsed->scheme == "https") flags |= INTERNET_FLAG_SECURE;
         const char* accept[] = {"*/*", nullptr};
-        UniqueInternet request(HttpOpenRequestA(connection.get(), "GET", parsed->target.c_str(), nullptr, nullptr,
-                                                accept, flags, 0));
+        UniqueInternet request(HttpOpenRequestA(connection.get(), post ? "POST" : "GET", parsed->target.c_str(),
+                                                nullptr, nullptr, accept, flags, 0));
         if (!request) return failed(r, GetLastError(), endpoint);
         InternetSetOptionA(request.get(), INTERNET_OPTION_RECEIVE_TIMEOUT, &stallMs,
                            sizeof stallMs);
@@ -158,7 +175,13 @@ public:
                                    HTTP_ADDREQ_FLAG_ADD | HTTP_ADDREQ_FLAG_REPLACE);
         }
         if (cancel && cancel->load()) return failed(r, ERROR_INTERNET_OPERATION_CANCELLED, endpoint);
-        if (!HttpSendRequestA(request.get(), nullptr, 0, nullptr, 0)) return failed(r, GetLastError(), endpoint);
+        std::string headers;
+        if (post) headers = "Content-Type: " + post->contentType + "\r\n";
+        void* body = post ? const_cast<char*>(post->data.data()) : nullptr;
+        const DWORD bodySize = post ? static_cast<DWORD>(post->data.size()) : 0;
+        if (!HttpSendRequestA(request.get(), headers.empty() ? nullptr : headers.c_str(),
+                              static_cast<DWORD>(headers.size()), body, bodySize))
+            return failed(r, GetLastError(), endpoint);
 
         DWORD status = 0, size = sizeof status, index = 0;
         if (!HttpQueryInfoA(request.get(), HTTP_QUERY_STATUS_CODE | HTTP_QUERY_FLAG_NUMBER, &status, &size, &index))
@@ -200,7 +223,6 @@ public:
         return r;
     }
 
-private:
     TransferResult& failed(TransferResult& r, DWORD code, const std::string& endpoint) const {
         r.ok = false;
         r.reason = internetError(code, url_, endpoint, settings_.stallSeconds, r.bytes);

@@ -10,7 +10,7 @@
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "standins/com/echo.h"
-#include "standins/update_service_manager.h"
+#include "standins/update_agent.h"
 
 namespace {
 

@@ -50,10 +50,22 @@ public:
     // machine, the stand-ins' network.ini on Windows). Replaces the host.
     virtual void setNetwork(const std::string& iniSections) = 0;
 
+    // The text of a stand-in's record file ("update-downloads.log"): in the
+    // machine folder on the simulated machine, beside the stand-ins'
+    // network.ini on Windows (after setNetwork). Empty when there is none.
+    virtual std::string standinRecord(const std::string& fileName) = 0;
+
     // A file of the computer running the tests (a fixture's) as this
     // binding's programs name it: the path itself, or under Wine the same
     // file on drive Z:.
     virtual std::string testerPath(const std::string& path) const = 0;
+
+    // Puts a service of the computer into "stopped" or "running" before a
+    // test: the simulated machine is told so (and replaced, like its host);
+    // under Wine the service is really stopped or started. Both machines have
+    // "wuauserv" (demand start, no pause), "BITS" (demand start, pausable)
+    // and "LanmanServer" (disabled), stopped at first on the simulated one.
+    virtual void setServiceState(const std::string& name, bool running) = 0;
 
 protected:
     std::string folder_, keyPath_;

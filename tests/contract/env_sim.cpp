@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <unistd.h>
 
 #include "contract_env.h"
@@ -22,6 +23,22 @@ std::atomic<int> g_counter{0};
 void writeText(const fs::path& p, const std::string& text) {
     fs::create_directories(p.parent_path());
     std::ofstream(p, std::ios::binary) << text;
+}
+
+// The services Wine's prefix has, as Windows has them: wuauserv does not
+// take pauses; LanmanServer is disabled.
+const char* const kServiceKeys =
+    "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\wuauserv]\r\n\"Start\"=dword:00000003\r\n\r\n"
+    "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\BITS]\r\n\"Start\"=dword:00000003\r\n\r\n"
+    "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\LanmanServer]\r\n\"Start\"=dword:00000004\r\n\r\n";
+
+std::string servicesIni(const std::map<std::string, bool>& running) {
+    auto state = [&](const char* name) {
+        auto it = running.find(name);
+        return it != running.end() && it->second ? "running" : "stopped";
+    };
+    return std::string("[Services]\r\nwuauserv=") + state("wuauserv") + ", refuse=pause\r\nBITS=" + state("BITS") +
+           "\r\nLanmanServer=" + state("LanmanServer") + "\r\n";
 }
 
 std::string machineIni(bool withCipher, const std::string& network) {
@@ -45,7 +62,7 @@ public:
         root_ = fs::path(tmp && *tmp ? tmp : "/tmp") / "kpm-contract" /
                 (std::to_string(::getpid()) + "-" + std::to_string(g_counter++) + "-" + test);
         fs::remove_all(root_);
-        writeText(root_ / "registry.reg", "Windows Registry Editor Version 5.00\r\n\r\n");
+        writeText(root_ / "registry.reg", std::string("Windows Registry Editor Version 5.00\r\n\r\n") + kServiceKeys);
         folder_ = "C:\\KPMContract\\" + test;
         keyPath_ = "Software\\KPMContract\\" + test;
         fs::create_directories(root_ / "drives" / "C" / "KPMContract" / test);
@@ -53,6 +70,12 @@ public:
         for (const char* dll : {"KDowFile.dll", "KGnMD5.dll"})
             writeText(root_ / "drives" / "C" / "KPMContract" / dll, "MZ");
         open();
+        // The maker's COM classes, registered as regsvr32 of the stand-in server registers them under Wine.
+        for (const char* dll : {"kWbPost.dll", "kDwnJob.dll", "Chilkatzip2.dll"}) {
+            writeText(root_ / "drives" / "C" / "KPMContract" / dll, "MZ");
+            platform::sim::registerComServer(machine_->registry(), machine_->files(),
+                                             std::string("C:\\KPMContract\\") + dll);
+        }
     }
     ~SimEnv() override {
         machine_.reset();
@@ -77,11 +100,19 @@ public:
         open();
     }
     std::string testerPath(const std::string& path) const override { return path; }
+    void setServiceState(const std::string& name, bool running) override {
+        running_[name] = running;
+        open();
+    }
+    std::string standinRecord(const std::string& fileName) override {
+        std::ifstream in(root_ / fileName, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
 
 private:
     void open() {
         machine_.reset();
-        writeText(root_ / "machine.ini", machineIni(withCipher_, network_));
+        writeText(root_ / "machine.ini", machineIni(withCipher_, network_) + servicesIni(running_));
         machine_ = platform::sim::SimMachine::open(root_);
         machine_->simAutomation().registerClass(standins::kEchoProgId, [] {
             return platform::Object(std::make_shared<standins::Echo>());
@@ -91,6 +122,7 @@ private:
     fs::path root_;
     bool withCipher_ = true;
     std::string network_;
+    std::map<std::string, bool> running_;
     std::unique_ptr<platform::sim::SimMachine> machine_;
 };
 

@@ -99,6 +99,27 @@ public:
         SetEnvironmentVariableA(kStandinsVariable, dir.c_str());
         host_ = std::make_unique<platform::win32::Win32Host>(options_);
     }
+    std::string standinRecord(const std::string& fileName) override {
+        const std::string path = folder_ + "\\standins\\" + fileName;
+        return host_->files().fileExists(path) ? host_->files().readAll(path) : std::string();
+    }
+    // Starts or stops the service for real and waits until it is there (a
+    // first start in a new prefix can take Wine half a minute, or time out).
+    void setServiceState(const std::string& name, bool running) override {
+        SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+        SC_HANDLE service = manager ? OpenServiceA(manager, name.c_str(), SERVICE_ALL_ACCESS) : nullptr;
+        const DWORD wanted = running ? SERVICE_RUNNING : SERVICE_STOPPED;
+        for (DWORD waited = 0; service && waited < 90000; waited += 200) {
+            SERVICE_STATUS status{};
+            if (!QueryServiceStatus(service, &status) || status.dwCurrentState == wanted) break;
+            if (running && status.dwCurrentState == SERVICE_STOPPED) StartServiceA(service, 0, nullptr);
+            if (!running && (status.dwCurrentState == SERVICE_RUNNING || status.dwCurrentState == SERVICE_PAUSED))
+                ControlService(service, SERVICE_CONTROL_STOP, &status);
+            Sleep(200);
+        }
+        if (service) CloseServiceHandle(service);
+        if (manager) CloseServiceHandle(manager);
+    }
     // Wine shows the Unix file system as drive Z:.
     std::string testerPath(const std::string& path) const override {
         if (path.empty() || path[0] != '/') return path;

@@ -212,55 +212,6 @@ TEST(Channels, AStalledGatewayIsGivenUpAndAFullDriveKeepsNothing) {
     EXPECT_TRUE(namesIn(full.root() / ".transfers").empty());
 }
 
-TEST(Channels, EveryFaultOnEveryChannelLeavesNoFile) {
-    // Each channel makes one transfer; the stand-ins give up on a transfer
-    // that receives nothing for the machine's StallSeconds (2 here).
-    struct Channel {
-        const char* name;
-        std::function<bool(const std::string& url, const std::string& dest)> fetch;
-    };
-    const Channel channels[] = {
-        {"download library", [](const std::string& u, const std::string& d) { return kpm::DownloadURL_File(u, d) == "Success"; }},
-        {"download object", [](const std::string& u, const std::string& d) { return kpm::fncDownloadFile(u, d); }},
-        {"URL download", [](const std::string& u, const std::string& d) { return kpm::DownloadFile(u, d); }},
-    };
-    struct Fault {
-        const char* name;
-        sites::Fault fault;
-        bool ok;
-    };
-    const Fault faults[] = {
-        {"404", sites::Fault::withStatus(404), false},   {"500", sites::Fault::withStatus(500), false},
-        {"refused", sites::Fault::refuse(), false},      {"reset mid-body", sites::Fault::reset(100), false},
-        {"stall", sites::Fault::stall(4), false},        {"slow", sites::Fault::slow(100000), true},
-    };
-    const std::string body(20000, 'z');
-    for (const Channel& ch : channels) {
-        for (const Fault& f : faults) {
-            SCOPED_TRACE(std::string(ch.name) + ", " + f.name);
-            DownloadMachine m(false);
-            m.writeFile(std::string(kpmtest::kPatchFolder) + "KDowFile.dll", "MZ");
-            m.makeFolder(kComponents);
-            m.serve("gateway", "/pm/kb9.msu", body);
-            m.sites().setFault("gateway", "/pm/kb9.msu", f.fault);
-            openForCalls(m);
-            EXPECT_EQ(ch.fetch(kGw + "kb9.msu", kComponents + "kb9.msu"), f.ok);
-            m.close();
-            m.sites().clearFaults();
-            EXPECT_EQ(namesIn(m.hostPath(kComponents)), f.ok ? std::vector<std::string>{"kb9.msu"}
-                                                                : std::vector<std::string>{});
-            if (f.ok) {
-                EXPECT_EQ(m.read(kComponents + "kb9.msu"), body);
-            }
-            EXPECT_TRUE(namesIn(m.root() / ".transfers").empty());
-            // One attempt each (a request given up while stalled is logged only when the server ends it).
-            if (f.fault.kind != sites::Fault::Kind::Stall) {
-                EXPECT_EQ(m.sites().requests().size(), f.fault.kind == sites::Fault::Kind::Refuse ? 0u : 1u);
-            }
-        }
-    }
-}
-
 TEST(Channels, ChecksumsMatchMd5sum) {
     DownloadMachine m(false);
     const std::string file = kComponents + "setup.exe";

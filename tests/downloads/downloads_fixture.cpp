@@ -11,7 +11,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char* const kSites[] = {"gateway", "dc", "updates", "microsoft"};
+// "manage" answers the agent's posts; a test maps the web-post addresses to it when it wants answers.
+const char* const kSites[] = {"gateway", "dc", "updates", "microsoft", "manage"};
 
 // The Microsoft schedule: every day 16:00 to 17:00, downloads enabled.
 std::string msSchedule(const std::string& upcls = "<upcls a=\"Security Updates\" b=\"BL\" c=\"Windows 7\"/>",

@@ -7,7 +7,7 @@
 #include "platform/sim/sim_automation.h"
 #include "sim/sim_folder.h"
 #include "standins/dispatch_base.h"
-#include "standins/update_service_manager.h"
+#include "standins/update_agent.h"
 
 using platform::ComError;
 using platform::Object;
@@ -75,6 +75,37 @@ TEST(SimAutomation, ClassTableAndBrokenClasses) {
     });
     EXPECT_EQ(a.createObject("test.made").get("Answer").toLong(), 42);
     EXPECT_EQ(made, 1);
+
+    // A maker's class is there only as the registry registers it, and regsvr32
+    // registers the DLLs the machine knows. Steps in order, each with what
+    // CreateObject then gives (0: created).
+    f.write("drives/C/Agent/kDwnJob.dll", "MZ");
+    f.write("drives/C/Agent/other.dll", "MZ");
+    auto& sys = m->system();
+    const int32_t moduleNotFound = static_cast<int32_t>(0x8007007E);
+    struct Step {
+        const char* what;
+        std::function<void()> action;
+        int32_t number;
+    } steps[] = {
+        {"not registered", [] {}, 429},
+        {"regsvr32 /u", [&] { sys.startHidden("regsvr32 /s /u C:\\Agent\\kDwnJob.dll"); }, 429},
+        {"regsvr32 of a DLL the machine does not know",
+         [&] { sys.startHidden("regsvr32.exe -s \"C:\\Agent\\other.dll\""); }, 429},
+        {"regsvr32 of a DLL that is not there",
+         [&] { sys.startHidden("regsvr32.exe -s \"C:\\Nowhere\\kDwnJob.dll\""); }, 429},
+        {"regsvr32", [&] { sys.startHidden("regsvr32.exe -s \"C:\\Agent\\kDwnJob.dll\""); }, 0},
+        {"its DLL deleted", [&] { m->files().deleteFile("C:\\Agent\\kDwnJob.dll"); }, moduleNotFound},
+    };
+    for (const auto& s : steps) {
+        s.action();
+        EXPECT_EQ(thrown([&] { a.createObject("KDWNJOB.JOBDOWNLOAD"); }), s.number) << s.what;
+    }
+    EXPECT_EQ(f.read("started-processes.log"),
+              "regsvr32 /s /u C:\\Agent\\kDwnJob.dll\n"
+              "regsvr32.exe -s \"C:\\Agent\\other.dll\"\n"
+              "regsvr32.exe -s \"C:\\Nowhere\\kDwnJob.dll\"\n"
+              "regsvr32.exe -s \"C:\\Agent\\kDwnJob.dll\"\n");
 }
 
 TEST(SimAutomation, FileSystemObjectUsesTheMachinesFiles) {
@@ -156,16 +187,6 @@ TEST(SimAutomation, ServiceManagerRejectsWhatTheAgentRejects) {
         EXPECT_EQ(thrown([&] { sm.call("AddService2", c.id, c.flags, c.cab); }), invalidArg) << c.id;
     EXPECT_FALSE(f.exists("update-services.ini"));
     EXPECT_EQ(thrown([&] { sm.call("AddService2", standins::kMicrosoftUpdateServiceId, 7); }), 450);
-}
-
-TEST(SimAutomation, ServiceManagerWorksWithoutTheSim) {
-    SimFolder f;  // only a host folder here
-    Object sm(std::make_shared<standins::UpdateServiceManager>(f.root() / "record.ini"));
-    sm.call("AddService2", standins::kMicrosoftUpdateServiceId, 1, "");
-    EXPECT_NE(f.read("record.ini").find("Flags=1\n"), std::string::npos);
-    // A record that cannot be written is a failure of the call.
-    Object lost(std::make_shared<standins::UpdateServiceManager>(f.root() / "no" / "record.ini"));
-    EXPECT_EQ(thrown([&] { lost.put("ClientApplicationID", "x"); }), static_cast<int32_t>(0x80004005));
 }
 
 TEST(SimAutomation, DispatchBaseChecksArgumentRangesAndPuts) {

@@ -32,6 +32,8 @@ TEST(SimMachineOpen, BrokenFoldersGiveOneLineErrors) {
         {"machine.ini", ok + "[Drives]\r\nC=1,2\r\n", "machine.ini line 4: [Drives] C=1,2: free bytes exceed the total"},
         {"machine.ini", ok + "[Classes]\r\nX.Y=gone\r\n",
          "machine.ini line 4: [Classes] X.Y=gone must be missing, badmodule or ok"},
+        {"machine.ini", ok + "[Classes]\r\nkDwnJob.JobDownload=missing\r\n",
+         "machine.ini line 4: [Classes] kDwnJob.JobDownload: a maker's class is registered in registry.reg, not here"},
         {"machine.ini", ok + "oops\r\n", "machine.ini line 3: expected [Section] or key=value"},
         {"machine.ini", "a=1\r\n", "machine.ini line 1: key a= comes before any [Section]"},
         {"registry.reg", "nonsense\r\n", "registry.reg line 1: "},

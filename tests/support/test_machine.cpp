@@ -10,6 +10,7 @@
 #include "driver/main.h"
 #include "platform/host.h"
 #include "standins/cipher.h"
+#include "standins/served_classes.h"
 
 namespace kpmtest {
 
@@ -92,7 +93,24 @@ std::string TestMachine::agentRegistry(const std::string& extraValues) {
            "\"SiteID\"=\"S1\"\r\n"
            "\"MemberID\"=\"M1\"\r\n"
            "\"Type\"=\"W\"\r\n" +
-           extraValues + "\r\n";
+           extraValues + "\r\n" + componentRegistry();
+}
+
+std::string TestMachine::componentRegistry() {
+    std::string reg;
+    for (const auto& c : standins::kServedClasses) {
+        if (c.dll.empty()) continue;
+        const std::string progId(c.progId), clsid(c.clsid);
+        reg += "[HKEY_CLASSES_ROOT\\" + progId + "\\CLSID]\r\n@=\"" + clsid + "\"\r\n\r\n" +
+               "[HKEY_CLASSES_ROOT\\CLSID\\" + clsid + "\\InprocServer32]\r\n" +
+               "@=\"C:\\\\Program Files\\\\VORN\\\\VORNMobile\\\\" + std::string(c.dll) + "\"\r\n\r\n";
+    }
+    return reg;
+}
+
+void TestMachine::writeComponentFiles() {
+    for (const auto& c : standins::kServedClasses)
+        if (!c.dll.empty()) writeFile(std::string(kInstallPath) + std::string(c.dll), "MZ stand-in");
 }
 
 TestMachine::TestMachine(bool bare) {
@@ -108,6 +126,8 @@ TestMachine::TestMachine(bool bare) {
     }
     setRegistry(agentRegistry());
     makeFolder(kProgramFolder);
+    makeFolder("C:\\WINDOWS\\system32");
+    writeComponentFiles();
     writeFile(std::string(kInstallPath) + "VORNMobile.ini", kAgentIni);
     writeWebPostConfig(kWebPostConfig);
 }

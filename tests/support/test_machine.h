@@ -30,8 +30,9 @@ extern const char* const kWebPostConfig;  // "2026-11-15T16:10:00"
 
 class TestMachine {
 public:
-    // A registered agent with an agent INI; `bare` gives an empty machine
-    // (machine.ini only) to build up from.
+    // A registered agent with an agent INI and its registered components, on
+    // a Windows in C:\WINDOWS; `bare` gives an empty machine (machine.ini
+    // only) to build up from.
     explicit TestMachine(bool bare = false);
     ~TestMachine();
     TestMachine(const TestMachine&) = delete;
@@ -49,8 +50,13 @@ public:
     // Writes Configuration\wpConfig.xml encrypted with the stand-in cipher.
     void writeWebPostConfig(const std::string& plainXml);
 
-    // Registry lines for the agent key (values as .reg lines).
+    // Registry lines for the agent key (values as .reg lines), followed by
+    // componentRegistry().
     static std::string agentRegistry(const std::string& extraValues = "");
+    // The maker's COM classes registered to their DLLs in the install folder.
+    static std::string componentRegistry();
+    // Those DLLs (a few bytes each: the machine only looks for the files).
+    void writeComponentFiles();
 
     // Opens the machine with a frozen clock and installs it as the host, with
     // the process state reset; the machine stays open until close() or the
