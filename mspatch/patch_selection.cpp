@@ -52,10 +52,12 @@ std::string twoDigits(const std::string& text) {
     } catch (const std::exception&) {
         return text;
     }
-    const long long n = std::llround(std::nearbyint(value));
-    char buf[32];
-    std::snprintf(buf, sizeof buf, n < 0 ? "-%02lld" : "%02lld", n < 0 ? -n : n);
-    return buf;
+    // Whole digits, however many: a day of 10^20 makes a date that overflows
+    // later, where the runtime would stop too, not here.
+    const double whole = std::nearbyint(value);
+    char buf[400];
+    std::snprintf(buf, sizeof buf, "%02.0f", std::fabs(whole));
+    return (whole < 0 ? "-" : "") + std::string(buf);
 }
 
 // The update's classification and product, from its categories: a later

@@ -140,6 +140,9 @@ key='HKLM\SOFTWARE\Wow6432Node\VORNOD'
 for value in "InstallationPath=$install_win" regID=R7 SiteID=S1 MemberID=M1 Type=W; do
   "$wine64" reg add "$key" /v "${value%%=*}" /d "${value#*=}" /f >/dev/null 2>&1
 done
+# Windows' own Automatic Updates option, still on (4): the pass turns it off.
+"$wine64" reg add 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' /v AUOptions \
+  /t REG_DWORD /d 4 /f >/dev/null 2>&1
 mkdir -p "$drive_c/KPMStandins"
 cp "$standins" "$drive_c/KPMStandins/KPMStandins.dll"
 "$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1 || fail "regsvr32 of the stand-in COM server"
@@ -170,7 +173,10 @@ if [ -n "$sim" ]; then
   cp -r "$install" "$simm/drives/C/Program Files/VORN/"
   printf '%s\r\n' 'Windows Registry Editor Version 5.00' '' '[HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\VORNOD]' \
     '"InstallationPath"="C:\\Program Files\\VORN\\VORNMobile"' '"regID"="R7"' '"SiteID"="S1"' '"MemberID"="M1"' \
-    '"Type"="W"' >"$simm/registry.reg"
+    '"Type"="W"' '' '[HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services\wuauserv]' \
+    '"Start"=dword:00000003' '' \
+    '[HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update]' \
+    '"AUOptions"=dword:00000004' >"$simm/registry.reg"
   { printf '%s\r\n' '[Machine]' "ExePath=$prog_win\\KPMDwld.exe" 'Is64BitOS=1'
     tr -d '\r' <"$drive_c/KPMStandins/network.ini" | sed 's/$/\r/'; } >"$simm/machine.ini"
 fi
@@ -238,11 +244,16 @@ grep -q $'\tDownload Complete..File copied\t.*pdlist.zip' <(entries) \
 
 # The download status report carries what differs between the two computers
 # and start moments: the disk's sizes, the pass's start time (and so the
-# encrypted document), and its trap's last system error code.
+# encrypted document), and its trap's last system error code. The refused
+# connectivity probe's trap: Wine's MSXML raises its error without the text
+# Windows' MSXML gives ("The download of the specified resource has
+# failed."), and the last system error code is whatever the computer last set.
 status_report_normal() {
   sed -E -e 's#<(drivespace|freedrivespace|dctime)>[^<]*</(drivespace|freedrivespace|dctime)>#<\1>*</\2>#g' \
          -e 's#(<wppthdwldinfo><!\[CDATA\[)[^]]*\]\]>#\1*]]>#g' \
-         -e 's#^(ModWebPost\tFncWebPostDownloadStatus\tERROR\t[^\t]*\t[^\t]*\t)[0-9]+#\1*#'
+         -e 's#^(ModWebPost\tFncWebPostDownloadStatus\tERROR\t[^\t]*\t[^\t]*\t)[0-9]+#\1*#' \
+         -e 's#^(ModComman\tChkInterNetConnectivity\tERROR\t[^\t]*\t[^\t]*\t)[^\t]*\t[0-9]+#\1*\t*#' \
+         -e 's# ChkInterNetConnectivity : [0-9]+ : # ChkInterNetConnectivity : * : #g'
 }
 if [ -n "$sim" ]; then
   echo "== the same pass on the simulated machine"
@@ -269,6 +280,42 @@ if [ -n "$sim" ]; then
   diff -u "$work/sim.requests" "$work/wine.requests" >"$work/requests.diff" \
     && ok "the sites saw the same $(wc -l <"$work/wine.requests") requests" \
     || { fail "the requests differ:"; sed 's/^/    /' "$work/requests.diff"; }
+
+  # What the pass changed in the registry: the policy values, and the maker's
+  # classes its own regsvr32 calls registered (class id and server path).
+  wine_value() {  # KEY NAME ("" for the default value)
+    local flag=(/v "$2"); [ -z "$2" ] && flag=(/ve)
+    "$wine64" reg query "$1" "${flag[@]}" 2>/dev/null | tr -d '\r' |
+      awk -F'    ' 'NF >= 4 { v = $4; sub(/^0x/, "", v); print v }' | tail -n 1
+  }
+  sim_value() {  # KEY NAME: the value as registry.reg holds it, unescaped (a dword in hex)
+    # Through the environment: awk -v would read the backslashes as escapes.
+    tr -d '\r' <"$simm/registry.reg" | K="[$1]" N="$2" awk '
+      BEGIN { key = ENVIRON["K"]; name = ENVIRON["N"] }
+      /^\[/ { inkey = (tolower($0) == tolower(key)); next }
+      inkey { n = (name == "" ? "@" : "\"" name "\"");
+              if (tolower(substr($0, 1, length(n) + 1)) == tolower(n "=")) {
+                v = substr($0, length(n) + 2); sub(/^dword:0*/, "", v); gsub(/^"|"$/, "", v);
+                gsub(/\\\\/, "\\", v); print v } }' | tail -n 1
+  }
+  registry_facts() {  # FUNCTION: one "key name = value" line per fact
+    local getter=$1 progid clsid
+    echo "AUOptions = $($getter 'HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' AUOptions)"
+    echo "wuauserv Start = $($getter 'HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services\wuauserv' Start)"
+    for progid in kWbPost.WebPost kDwnJob.JobDownload ChilkatZip2.Chilkatzip2; do
+      clsid=$($getter "HKEY_CLASSES_ROOT\\$progid\\CLSID" '')
+      echo "$progid = $clsid $($getter "HKEY_CLASSES_ROOT\\CLSID\\$clsid\\InprocServer32" '')"
+    done
+  }
+  registry_facts wine_value >"$work/wine.registry"
+  registry_facts sim_value >"$work/sim.registry"
+  if grep -q ' = *$' "$work/wine.registry"; then
+    fail "a registry value is missing under Wine:"; sed 's/^/    /' "$work/wine.registry"
+  elif diff -u "$work/sim.registry" "$work/wine.registry" >"$work/registry.diff"; then
+    ok "registry: policy values and the registered classes match ($(wc -l <"$work/wine.registry") facts)"
+  else
+    fail "the registries differ:"; sed 's/^/    /' "$work/registry.diff"
+  fi
 fi
 
 if [ "$failures" -gt 0 ]; then

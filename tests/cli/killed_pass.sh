@@ -89,6 +89,11 @@ for i in $(seq "$kills"); do
   whole "$pm/SchPatch.ini" '^\[' || fail "SchPatch.ini cut short after pass $i"
 done
 
+# What a kill mid-transfer leaves staged, whatever the kills above hit.
+true & dead=$!
+wait "$dead"
+mkdir -p "$m/.transfers" && echo part >"$m/.transfers/download-$dead-1.part"
+
 # The next day's pass, to its end, on the killed machine and on one never killed.
 echo "# gateway at full speed" >"$work/sites/faults.txt"
 final="2026-11-$((15 + kills))T16:10:00"
