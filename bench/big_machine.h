@@ -36,6 +36,7 @@ void copyMachine(const std::filesystem::path& from, const std::filesystem::path&
 
 struct PassRun {
     double seconds = 0;   // wall time of the child process
+    double cpuSeconds = 0;  // its user and system time
     long peakKB = 0;      // its peak resident set
     int exitCode = -1;
 };

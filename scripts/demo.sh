@@ -48,6 +48,8 @@ port() { sed -n "s/^$1=//p" "$ports"; }
     printf 'dc.vornsoft.com=127.0.0.1:%s\r\n' "$(port dc)"
     printf 'update.vornsoft.com=127.0.0.1:%s\r\n' "$(port updates)"
     printf 'download.windowsupdate.com=127.0.0.1:%s\r\n' "$(port microsoft)"
+    # Microsoft's web site: the page the connectivity probe asks for.
+    printf 'www.microsoft.com=127.0.0.1:%s\r\n' "$(port microsoft)"
     # The management site, primary and secondary address.
     printf 'manage.vornsoft.com=127.0.0.1:%s\r\n' "$(port manage)"
     printf 'manage2.vornsoft.com=127.0.0.1:%s\r\n' "$(port manage)"

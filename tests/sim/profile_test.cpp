@@ -2,6 +2,7 @@
 // where new keys and sections are written, byte for byte, and the last errors.
 #include <gtest/gtest.h>
 
+#include "platform/sim/sim_profile.h"
 #include "sim/sim_folder.h"
 
 using simtest::SimFolder;
@@ -72,6 +73,19 @@ TEST(SimProfile, WritesLikeWritePrivateProfileString) {
         auto m = f.open();
         EXPECT_TRUE(m->profile().writeString(c.section, c.key, c.value, kFile));
         EXPECT_EQ(f.read(kHostFile), c.after) << c.before;
+        // Later writes to the same file (remembered since the last one) give
+        // what one write to its text gives, a change made behind its back included.
+        const char* const more[][3] = {{c.section, "n", "1"}, {c.section, c.key, c.value}, {c.section, "N", "2"},
+                                       {"T", "t", "x"}, {"", "back", ""}, {c.section, "n", "3"}, {c.section, "m", "4"}};
+        for (const auto& w : more) {
+            if (w[1] == std::string("back")) {
+                f.write(kHostFile, f.read(kHostFile) + "x=behind\r\n");
+                continue;
+            }
+            const std::string want = platform::sim::SimProfile::withKey(f.read(kHostFile), w[0], w[1], w[2]);
+            EXPECT_TRUE(m->profile().writeString(w[0], w[1], w[2], kFile));
+            EXPECT_EQ(f.read(kHostFile), want) << c.before << " then " << w[1] << "=" << w[2];
+        }
     }
 }
 
