@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# sites-fixture.sh start DIR SITEFOLDER [KPM_SITES] [--proxy USER:PASS|-]
+# sites-fixture.sh start DIR SITEFOLDER [KPM_SITES] [--proxy USER:PASS|-] [--proxy-host HOST=SITE ...]
 # sites-fixture.sh stop DIR
 #
 # Starts and stops the loopback sites server (kpm-sites) for tests: a CTest
@@ -14,13 +14,13 @@
 #   The server is the KPM_SITES argument, else $KPM_SITES, else
 #   build/linux-debug/sites/kpm-sites of this tree. --proxy also starts the
 #   server's proxy (asking for USER:PASS unless '-'); ports.txt then has a
-#   "proxy=PORT" line too.
+#   "proxy=PORT" line too; --proxy-host sends its requests for HOST to SITE.
 # stop: ends the server DIR/pid names (SIGTERM) and waits for it. DIR's logs stay.
 #
 # Exit status: 0 done, 1 failed, 2 usage, 77 skipped (no kpm-sites built).
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
-usage() { echo "usage: $0 start DIR SITEFOLDER [KPM_SITES] [--proxy USER:PASS|-] | stop DIR" >&2; exit 2; }
+usage() { echo "usage: $0 start DIR SITEFOLDER [KPM_SITES] [--proxy USER:PASS|-] [--proxy-host HOST=SITE] | stop DIR" >&2; exit 2; }
 [ $# -ge 2 ] || usage
 action=$1 dir=$2
 
@@ -47,7 +47,8 @@ start)
   given="" proxy=()
   while [ $# -gt 0 ]; do
     case "$1" in
-    --proxy) [ $# -ge 2 ] || usage; proxy=(--proxy "$2"); shift 2 ;;
+    --proxy) [ $# -ge 2 ] || usage; proxy+=(--proxy "$2"); shift 2 ;;
+    --proxy-host) [ $# -ge 2 ] || usage; proxy+=(--proxy-host "$2"); shift 2 ;;
     *) given=$1; shift ;;
     esac
   done

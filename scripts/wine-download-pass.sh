@@ -24,6 +24,12 @@
 #   1 x dc      GET /updates/wblist/wblist.zip 200
 #   1 x updates GET /kScc/KDowFile.dll 200         (Host update.vornsoft.com)
 #   2 x manage  POST (the black-list request and the status report, encrypted)
+# The Microsoft scan runs online: the probe page answers (Wine reaches
+# www.microsoft.com through the computer's proxy setting, the sites server's
+# proxy), the update agent stand-in's catalogue lists three updates; the
+# partner's list blocks one, the gateway serves the second, Microsoft
+# (download.windowsupdate.com) the third, which the gateway lacks. The policy
+# values and the classes the pass's regsvr32 registered are compared too.
 # The same day's third-party schedule makes the pass fetch the product list
 # too: the gateway's library answers 404 for /pm/pdlist.zip, the data
 # center's /updates/wblist/pdlist.zip arrives through the download object.
@@ -77,17 +83,56 @@ ok() { echo "  ok: $*"; }
 
 # The sites: folders staged here, the server from sites-fixture.sh.
 site=$work/site
-mkdir -p "$site/gateway/wblist" "$site/dc/updates/wblist" "$site/updates/kScc" "$site/manage"
+mkdir -p "$site/gateway/wblist" "$site/gateway/pm" "$site/dc/updates/wblist" "$site/updates/kScc" "$site/manage" \
+  "$site/microsoft/en-us" "$site/microsoft/c/msdownload/update/software/secu/2026/10"
 # The management site answers the black-list request and the status report.
 printf 'KB890830' >"$site/manage/wppthmsbbllist.txt"
 printf '1' >"$site/manage/wppthdwldinfo.txt"
-cp "$root/tests/contract/site/contract/files/wblist.zip" "$site/dc/updates/wblist/wblist.zip"
+# The black list: released after every update of the catalogue below.
+printf 'Release Date=12/31/2099\r\nKB890830\r\n' >"$work/PatchBlackList.txt"
+(cd "$work" && zip -q -X "$site/dc/updates/wblist/wblist.zip" PatchBlackList.txt)
+# Microsoft: the connectivity probe's page (www.microsoft.com, through the
+# computer's proxy under Wine) and the one patch the gateway lacks
+# (download.windowsupdate.com); the gateway holds the other.
+printf '<html>probe</html>' >"$site/microsoft/en-us/default.aspx"
+office=c/msdownload/update/software/secu/2026/10/office2010-kb5030000-fullfile-x86-glb.exe
+printf 'office patch from Microsoft' >"$site/microsoft/$office"
+printf 'windows patch from the gateway' >"$site/gateway/pm/windows6.1-kb5031354-x64.msu"
+# What the update agent finds missing: one update through the gateway, one
+# bundle whose file only Microsoft has.
+cat >"$work/update-catalog.xml" <<'CATALOG'
+<updates>
+  <update id="7d0e5a21-3b6c-4f0e-9a51-5031354a0001" revision="201" installed="0" deployed="2026-10-14" title="Security Update for Windows 7 (KB5031354)">
+    <kb>5031354</kb>
+    <category type="UpdateClassification" name="Security Updates"/>
+    <category type="Product" name="Windows 7"/>
+    <content url="http://download.windowsupdate.com/d/msdownload/update/software/secu/2026/10/windows6.1-kb5031354-x64.msu"/>
+  </update>
+  <update id="7d0e5a21-3b6c-4f0e-9a51-5030000a0003" revision="12" installed="0" deployed="2026-10-07" title="Security Update for Microsoft Office 2010 (KB5030000)">
+    <kb>5030000</kb>
+    <category type="UpdateClassification" name="Security Updates"/>
+    <category type="Product" name="Office 2010"/>
+    <update id="7d0e5a21-3b6c-4f0e-9a51-5030000a0103" revision="12" installed="0" deployed="2026-10-07" title="KB5030000 32-Bit Edition">
+      <kb>5030000</kb>
+      <content url="http://download.windowsupdate.com/c/msdownload/update/software/secu/2026/10/office2010-kb5030000-fullfile-x86-glb.exe"/>
+    </update>
+  </update>
+  <update id="7d0e5a21-3b6c-4f0e-9a51-0890830a0005" revision="150" installed="0" deployed="2026-10-14" title="Malicious Software Removal Tool (KB890830)">
+    <kb>890830</kb>
+    <category type="UpdateClassification" name="Security Updates"/>
+    <category type="Product" name="Windows 7"/>
+    <content url="http://download.windowsupdate.com/c/msdownload/update/software/uprl/2026/10/windows-kb890830-x64-v5.130.exe"/>
+  </update>
+</updates>
+CATALOG
 cp "$kdowfile" "$site/updates/kScc/KDowFile.dll"
 demo_sites=$root/examples/demo-sites/dc/updates/wblist
 (cd "$demo_sites" && zip -q -X "$site/dc/updates/wblist/pdlist.zip" PDList.xml AUOptions.xml) ||
   { echo "wine-download-pass: zip failed"; exit 1; }
 printf '%s\n' '# The gateway has no black list.' 'gateway /wblist/PatchBlackList.txt 404' >"$site/faults.txt"
-"$root/scripts/sites-fixture.sh" start "$work/sites" "$site" "$sites" >"$work/sites-start.out" 2>&1
+"$root/scripts/sites-fixture.sh" start "$work/sites" "$site" "$sites" --proxy - \
+  --proxy-host www.microsoft.com=microsoft --proxy-host download.windowsupdate.com=microsoft \
+  >"$work/sites-start.out" 2>&1
 rc=$?
 if [ $rc = 77 ]; then cat "$work/sites-start.out"; exit 77; fi
 if [ $rc != 0 ]; then cat "$work/sites-start.out"; echo "wine-download-pass: the sites server did not start"; exit 1; fi
@@ -97,7 +142,7 @@ finish() {
 }
 trap finish EXIT
 port() { sed -n "s/^$1=//p" "$work/sites/ports.txt"; }
-gw=$(port gateway) dc=$(port dc) upd=$(port updates) mng=$(port manage)
+gw=$(port gateway) dc=$(port dc) upd=$(port updates) mng=$(port manage) ms=$(port microsoft) px=$(port proxy)
 echo "== sites: gateway $gw, dc $dc, updates $upd"
 
 # The computer: the agent installed, its program folder without KDowFile.dll.
@@ -109,6 +154,14 @@ echo "== sites: gateway $gw, dc $dc, updates $upd"
 mkdir -p "$WINEPREFIX"
 nice -n -10 "$wineserver" -p300 </dev/null >/dev/null 2>&1
 "$wine64" wineboot --init >/dev/null 2>&1
+# The computer's Internet settings: a proxy (the sites server's) for every
+# host but loopback. Wine's own HTTP stack (MSXML's requests, the system's URL
+# download) then never looks a name up; the proxy sends Microsoft's names to
+# the local "microsoft" site.
+inet='HKCU\Software\Microsoft\Windows\CurrentVersion\Internet Settings'
+"$wine64" reg add "$inet" /v ProxyEnable /t REG_DWORD /d 1 /f >/dev/null 2>&1
+"$wine64" reg add "$inet" /v ProxyServer /d "127.0.0.1:$px" /f >/dev/null 2>&1
+"$wine64" reg add "$inet" /v ProxyOverride /d '127.0.0.1;localhost;<local>' /f >/dev/null 2>&1
 drive_c=$WINEPREFIX/drive_c
 install_win='C:\Program Files\VORN\VORNMobile'
 install=$drive_c/Program\ Files/VORN/VORNMobile
@@ -159,7 +212,10 @@ done
 # data center is named by address; it is mapped too, for the download object's
 # second attempt.
 printf '%s\r\n' '[Network]' "gateway.example.lan:8080=127.0.0.1:$gw" "update.vornsoft.com=127.0.0.1:$upd" \
-  "127.0.0.1:$dc=127.0.0.1:$dc" "manage.vornsoft.com=127.0.0.1:$mng" "manage2.vornsoft.com=127.0.0.1:$mng" '[Downloads]' 'StallSeconds=30' >"$drive_c/KPMStandins/network.ini"
+  "127.0.0.1:$dc=127.0.0.1:$dc" "manage.vornsoft.com=127.0.0.1:$mng" "manage2.vornsoft.com=127.0.0.1:$mng" \
+  "download.windowsupdate.com=127.0.0.1:$ms" "www.microsoft.com=127.0.0.1:$ms" '[Downloads]' 'StallSeconds=30' \
+  >"$drive_c/KPMStandins/network.ini"
+cp "$work/update-catalog.xml" "$drive_c/KPMStandins/update-catalog.xml"
 
 # The window's edges (the minute after midnight, the last one of the day) are waited out.
 seconds=$((10#$(date +%H) * 3600 + 10#$(date +%M) * 60 + 10#$(date +%S)))
@@ -179,6 +235,7 @@ if [ -n "$sim" ]; then
     '"AUOptions"=dword:00000004' >"$simm/registry.reg"
   { printf '%s\r\n' '[Machine]' "ExePath=$prog_win\\KPMDwld.exe" 'Is64BitOS=1'
     tr -d '\r' <"$drive_c/KPMStandins/network.ini" | sed 's/$/\r/'; } >"$simm/machine.ini"
+  cp "$work/update-catalog.xml" "$simm/update-catalog.xml"
 fi
 
 echo "== the pass"
@@ -236,9 +293,19 @@ check_count 1 dc /updates/wblist/pdlist.zip 200
 posts=$(awk -F'\t' '$1 == "manage" && $2 == "POST" && $6 == 200 { print $4 "?" $5 }' "$requests" | tr '\n' ' ')
 [ "$posts" = "/tfr_wppthmsbbllist.asp?ec=256 /tfr_wppthdwldinfo.asp?mmid=M1&sid=S1&rid=R7&rty=W&ec=256 " ] \
   && ok "2 x manage POST, the black-list request and the status report" || fail "manage POSTs: $posts"
-# With the black list answered, the scan asks the gateway for wsusscn2.cab three times.
-total=$(wc -l <"$requests")
-[ "$total" = 12 ] && ok "12 requests in all" || fail "$total requests in all, expected 12"
+# The online scan (the probe page answered) and its two selected patches: one
+# from the gateway, the other, which the gateway lacks, from Microsoft; the
+# partner's black list holds the third.
+check_count 1 microsoft /en-us/default.aspx 200 www.microsoft.com
+check_count 0 gateway /pm/wsusscn2.cab 404 gateway.example.lan:8080
+check_count 1 gateway /pm/windows6.1-kb5031354-x64.msu 200 gateway.example.lan:8080
+check_count 1 microsoft "/$office" 200 download.windowsupdate.com
+components=$prog/Components
+[ "$(cat "$components/windows6.1-kb5031354-x64.msu" 2>/dev/null)" = 'windows patch from the gateway' ] &&
+  [ "$(cat "$components/office2010-kb5030000-fullfile-x86-glb.exe" 2>/dev/null)" = 'office patch from Microsoft' ] &&
+  ok "both patches in Components, the served bytes" || fail "the patches in Components: $(ls "$components" 2>/dev/null | tr '\n' ' ')"
+grep -q $'\tThis Patch is Black listed by Partner\t890830' <(entries) \
+  && ok "log: KB890830 black-listed by the partner" || fail "the log does not say KB890830 is black-listed"
 grep -q $'\tDownload Complete..File copied\t.*pdlist.zip' <(entries) \
   && ok "log: the product list arrived" || fail "the log does not say the product list arrived"
 
@@ -275,7 +342,9 @@ if [ -n "$sim" ]; then
   listing "$simm/drives/C/Program Files/VORN/VORNMobile/BaseComponents/PatchManagement" >"$work/sim.files"
   diff -u "$work/sim.files" "$work/wine.files" >"$work/files.diff" && ok "program folders match" \
     || { fail "program folders differ:"; sed 's/^/    /' "$work/files.diff"; }
-  cut -f1,2,3,4,6,7 "$requests" | head -n "$wine_requests" >"$work/wine.requests"
+  # The proxy's own lines are left out: Wine goes through the computer's
+  # proxy, the simulated machine's request object straight to the site.
+  cut -f1,2,3,4,6,7 "$requests" | head -n "$wine_requests" | grep -v '^proxy' >"$work/wine.requests"
   cut -f1,2,3,4,6,7 "$requests" | tail -n "+$((wine_requests + 1))" >"$work/sim.requests"
   diff -u "$work/sim.requests" "$work/wine.requests" >"$work/requests.diff" \
     && ok "the sites saw the same $(wc -l <"$work/wine.requests") requests" \
