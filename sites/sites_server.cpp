@@ -5,6 +5,7 @@
 // answers behind our back.
 #include "sites/sites_server.h"
 
+#include "standins/base64.h"
 #include "standins/string_cipher.h"
 
 #include <httplib.h>
@@ -68,29 +69,6 @@ std::optional<T> number(std::string_view text) {
     auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
     return value;
-}
-
-std::optional<std::string> decodeBase64(std::string_view in) {
-    std::string out;
-    unsigned buffer = 0;
-    int bits = 0;
-    for (char c : in) {
-        int v;
-        if (c >= 'A' && c <= 'Z') v = c - 'A';
-        else if (c >= 'a' && c <= 'z') v = c - 'a' + 26;
-        else if (c >= '0' && c <= '9') v = c - '0' + 52;
-        else if (c == '+') v = 62;
-        else if (c == '/') v = 63;
-        else if (c == '=') break;
-        else return std::nullopt;
-        buffer = (buffer << 6) | static_cast<unsigned>(v);
-        bits += 6;
-        if (bits >= 8) {
-            bits -= 8;
-            out.push_back(static_cast<char>((buffer >> bits) & 0xFF));
-        }
-    }
-    return out;
 }
 
 bool isInside(const fs::path& root, const fs::path& p) {
@@ -794,7 +772,7 @@ struct SitesServer::Impl {
         auto token = header.substr(6);
         token.erase(0, token.find_first_not_of(' '));
         token.erase(token.find_last_not_of(' ') + 1);
-        auto decoded = decodeBase64(token);
+        auto decoded = standins::fromBase64(token);
         return decoded && *decoded == credentials;
     }
 
