@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # wine-download-pass.sh --exe KPMDwld.exe --standins KPMStandins.dll --cipher KEncDec.dll
 #                       --kdowfile KDowFile.dll [--sites kpm-sites] [--sim kpmdwld-sim] [--work DIR]
+#                       [--offline]
 #
 # A whole pass of the real (64-bit) KPMDwld.exe under wine64 that fetches its
 # files from the loopback sites server (kpm-sites, started with
@@ -24,7 +25,8 @@
 #   1 x dc      GET /updates/wblist/wblist.zip 200
 #   1 x updates GET /kScc/KDowFile.dll 200         (Host update.vornsoft.com)
 #   2 x manage  POST (the black-list request and the status report, encrypted)
-# The Microsoft scan runs online: the probe page answers (Wine reaches
+# The Microsoft scan runs online (with --offline: the probe page is missing,
+# and the scan uses the gateway's "wsusscn2.cab", the same catalogue): the probe page answers (Wine reaches
 # www.microsoft.com through the computer's proxy setting, the sites server's
 # proxy), the update agent stand-in's catalogue lists three updates; the
 # partner's list blocks one, the gateway serves the second, Microsoft
@@ -44,7 +46,7 @@
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
 
-exe="" standins="" cipher="" kdowfile="" sites="" sim="" work=""
+exe="" standins="" cipher="" kdowfile="" sites="" sim="" work="" offline=""
 while [ $# -gt 0 ]; do
   case "$1" in
     --exe) exe=$2; shift 2 ;;
@@ -54,7 +56,8 @@ while [ $# -gt 0 ]; do
     --sites) sites=$2; shift 2 ;;
     --sim) sim=$2; shift 2 ;;
     --work) work=$2; shift 2 ;;
-    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --kdowfile DLL [--sites KPM_SITES] [--work DIR]" >&2
+    --offline) offline=1; shift ;;
+    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --kdowfile DLL [--sites KPM_SITES] [--work DIR] [--offline]" >&2
        exit 2 ;;
   esac
 done
@@ -94,7 +97,9 @@ printf 'Release Date=12/31/2099\r\nKB890830\r\n' >"$work/PatchBlackList.txt"
 # Microsoft: the connectivity probe's page (www.microsoft.com, through the
 # computer's proxy under Wine) and the one patch the gateway lacks
 # (download.windowsupdate.com); the gateway holds the other.
-printf '<html>probe</html>' >"$site/microsoft/en-us/default.aspx"
+# With --offline Microsoft's web site lacks the page: no Internet, so the
+# scan runs offline against the gateway's catalogue.
+[ -z "$offline" ] && printf '<html>probe</html>' >"$site/microsoft/en-us/default.aspx"
 office=c/msdownload/update/software/secu/2026/10/office2010-kb5030000-fullfile-x86-glb.exe
 printf 'office patch from Microsoft' >"$site/microsoft/$office"
 printf 'windows patch from the gateway' >"$site/gateway/pm/windows6.1-kb5031354-x64.msu"
@@ -125,6 +130,7 @@ cat >"$work/update-catalog.xml" <<'CATALOG'
   </update>
 </updates>
 CATALOG
+cp "$work/update-catalog.xml" "$site/gateway/pm/wsusscn2.cab"
 cp "$kdowfile" "$site/updates/kScc/KDowFile.dll"
 demo_sites=$root/examples/demo-sites/dc/updates/wblist
 (cd "$demo_sites" && zip -q -X "$site/dc/updates/wblist/pdlist.zip" PDList.xml AUOptions.xml) ||
@@ -296,8 +302,15 @@ posts=$(awk -F'\t' '$1 == "manage" && $2 == "POST" && $6 == 200 { print $4 "?" $
 # The online scan (the probe page answered) and its two selected patches: one
 # from the gateway, the other, which the gateway lacks, from Microsoft; the
 # partner's black list holds the third.
-check_count 1 microsoft /en-us/default.aspx 200 www.microsoft.com
-check_count 0 gateway /pm/wsusscn2.cab 404 gateway.example.lan:8080
+if [ -z "$offline" ]; then
+  check_count 1 microsoft /en-us/default.aspx 200 www.microsoft.com
+  check_count 0 gateway /pm/wsusscn2.cab 200 gateway.example.lan:8080
+else
+  check_count 1 microsoft /en-us/default.aspx 404 www.microsoft.com
+  check_count 1 gateway /pm/wsusscn2.cab 200 gateway.example.lan:8080
+  grep -q $'\tCab files added successfull for offline scanning.' <(entries) \
+    && ok "log: the gateway's catalogue scanned offline" || fail "the log does not say the catalogue was added"
+fi
 check_count 1 gateway /pm/windows6.1-kb5031354-x64.msu 200 gateway.example.lan:8080
 check_count 1 microsoft "/$office" 200 download.windowsupdate.com
 components=$prog/Components

@@ -115,6 +115,8 @@ else
   if [ -x "${KPM_SITES:-build/linux-debug/sites/kpm-sites}" ]; then
     step "download pass of KPMDwld.exe under wine64" \
       ctest --no-tests=error --test-dir $build64 -R '^wine\.download_pass$' --output-on-failure -V
+    step "download pass without Internet (offline scan)" \
+      ctest --no-tests=error --test-dir $build64 -R '^wine\.download_pass_offline$' --output-on-failure -V
   else
     skip "download pass of KPMDwld.exe under wine64" "no native kpm-sites built"
   fi
