@@ -12,6 +12,8 @@
 #                 entries of 8 tab-separated fields with CR LF, each pass ending
 #                 with "Application stopped."; the agent key untouched and
 #                 nothing created in the 64-bit view
+#   concurrent    twenty starts at once: one pass; the others silent or
+#                 logging "Previous Instance Running"
 #   unregistered  no regID: the pass ends at once with exit code 0 and no log
 # Exit status: 0 all passed, 1 a check failed, 77 skipped (no wine64).
 set -u
@@ -153,6 +155,23 @@ else
   ok "nothing written to the 64-bit view's SOFTWARE\\VORNOD"
 fi
 if [ "$failures" -gt 0 ] && [ -f "$log" ]; then echo "  --- the log:"; tr -d '\r' < "$log" | sed 's/^/  | /'; fi
+finish
+
+echo "== scenario: twenty starts at once"
+prepare concurrent R3
+log="$prog/ApplicationLog/wppatchmanagementDownload_R3_patchlog.log"
+# Started together, while the prefix's server runs: the first holds the
+# executable's mutex for its whole pass; the others leave without a trace, or,
+# started before it took the mutex, see it among the processes.
+(cd "$prog" && for i in $(seq 20); do
+   timeout 600 "$wine64" "$prog_win\\KPMDwld.exe" >"$work/concurrent-$i.out" 2>&1 &
+ done; wait)
+passes=$(grep -c $'\tApplication stopped.' "$log" 2>/dev/null)
+starts=$(grep -c $'\tmodMain\tMain\tINFO\t' "$log" 2>/dev/null)
+previous=$(grep -c $'\tPrevious Instance Running' "$log" 2>/dev/null)
+[ "$passes" = 1 ] && ok "one pass of twenty starts" || fail "$passes passes of twenty starts"
+[ "$starts" = $((1 + previous)) ] && ok "$previous other starts logged \"Previous Instance Running\", the rest nothing" \
+  || fail "$starts starts logged, $previous saw a previous instance"
 finish
 
 echo "== scenario: unregistered (no regID)"
