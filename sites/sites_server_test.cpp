@@ -183,18 +183,6 @@ TEST_F(Sites, LogLinesArePlainTabSeparatedFields) {
     EXPECT_EQ(kept, want);
 }
 
-TEST_F(Sites, RefusedSiteComesBackOnItsPort) {
-    SitesServer server(config());
-    server.start();
-    int port = server.port("files");
-    server.setFault("files", "*", Fault::refuse());
-    EXPECT_EQ(fetch(url(server, "files", "/dir/small.bin")).code, CURLE_COULDNT_CONNECT);
-    EXPECT_EQ(fetch(url(server, "mgmt", "/answer.xml")).status, 200);  // the other sites still answer
-    server.clearFaults();
-    EXPECT_EQ(server.port("files"), port);
-    EXPECT_EQ(fetch(url(server, "files", "/dir/small.bin")).body, small);
-}
-
 TEST_F(Sites, PostsAreKeptDecryptedAndAnsweredByPathOrDocumentKind) {
     auto c = config();
     c.postsFolder = root / "posts";

@@ -108,16 +108,14 @@ TEST_F(Files, MakeSureDirectoryPathExistsCreatesFoldersUpToTheLastBackslash) {
     EXPECT_TRUE(files().makeSureDirectoryPathExists(at("a\\b c\\d\\")));  // all there already
 }
 
-TEST_F(Files, DeleteFolderRemovesEverythingBelow) {
+TEST_F(Files, ReadOnlyFilesGoWithTheirFolderOrOnceCleared) {
     files().makeSureDirectoryPathExists(at("tree\\sub\\"));
     files().writeAll(at("tree\\sub\\a.txt"), "a");
     files().writeAll(at("tree\\ro.txt"), "r");
     files().setReadOnly(at("tree\\ro.txt"), true);
     files().deleteFolder(at("tree"));
     EXPECT_FALSE(files().folderExists(at("tree")));
-}
 
-TEST_F(Files, ReadOnlyCanBeClearedForDeleting) {
     files().writeAll(at("ro.txt"), "r");
     files().setReadOnly(at("ro.txt"), true);
     files().clearReadOnly(at("ro.txt"));
@@ -161,22 +159,15 @@ TEST_F(Files, ShortPathsNameTheSameFileWithoutBlanksOrLongNames) {
 
     std::string small(8, '\0');
     EXPECT_EQ(n + 1, files().getShortPathName(longPath, small, 8)) << "too small: the size needed";
-}
 
-TEST_F(Files, ShortPathOfAMissingPathIsZero) {
-    std::string buffer(260, '\0');
+    // A missing path has none; an 8.3 path keeps its names.
     EXPECT_EQ(0u, files().getShortPathName(at("no such folder\\x.txt"), buffer, 260));
     EXPECT_EQ(0u, files().getShortPathName(at("none.txt"), buffer, 260));
-}
-
-TEST_F(Files, AnAlready83PathIsUnchanged) {
     files().createFolder(at("SHORT"));
     files().writeAll(at("SHORT\\A.TXT"), "x");
-    std::string buffer(260, '\0');
-    uint32_t n = files().getShortPathName(at("SHORT\\A.TXT"), buffer, 260);
+    n = files().getShortPathName(at("SHORT\\A.TXT"), buffer, 260);
     ASSERT_GT(n, 0u);
-    std::string s = buffer.substr(0, n);
-    EXPECT_EQ("\\SHORT\\A.TXT", s.substr(s.size() - 12)) << s;
+    EXPECT_EQ("\\SHORT\\A.TXT", buffer.substr(0, n).substr(n - 12)) << buffer.substr(0, n);
 }
 
 TEST_F(Files, FreeSpaceOfTheSystemDrive) {

@@ -69,17 +69,6 @@ TEST_F(Registry, ValuesComeBackWithTheirTypeAndExactBytes) {
     }
 }
 
-TEST_F(Registry, NamesOfValuesAndKeysIgnoreCase) {
-    auto key = create(Hive::CurrentUser, env().keyPath() + "\\Sub");
-    ASSERT_TRUE(key);
-    ASSERT_EQ(regerr::Success, key->setValue("InstallationPath", RegValue::string("X")));
-    std::unique_ptr<RegKey> k;
-    ASSERT_EQ(regerr::Success, open(Hive::CurrentUser, env().keyPath() + "\\SUB", RegView::Default, k));
-    RegValue got;
-    EXPECT_EQ(regerr::Success, k->queryValue("installationpath", got));
-    EXPECT_EQ(RegValue::string("X").data, got.data);
-}
-
 TEST_F(Registry, MissingKeysAndValuesAnswerFileNotFound) {
     std::unique_ptr<RegKey> k;
     EXPECT_EQ(regerr::FileNotFound, open(Hive::CurrentUser, env().keyPath(), RegView::Default, k));
@@ -95,33 +84,40 @@ TEST_F(Registry, MissingKeysAndValuesAnswerFileNotFound) {
     EXPECT_EQ(regerr::FileNotFound, key->queryValue("", got));  // no default value either
 }
 
-TEST_F(Registry, CreateKeyMakesEveryMissingLevelAndOpensAnExistingKey) {
-    const std::string deep = env().keyPath() + "\\a\\b\\c";
-    auto first = create(Hive::CurrentUser, deep);
+// Keys are made at every missing level (below a hive or an open key); an
+// existing key is opened with its values; names ignore case; HKCU\Software
+// is one key in both views.
+TEST_F(Registry, KeysAreMadeAtEveryLevelAndFoundWhateverTheCaseOrView) {
+    const std::string top = env().keyPath();
+    auto first = create(Hive::CurrentUser, top + "\\a\\b\\c");
     ASSERT_TRUE(first);
-    ASSERT_EQ(regerr::Success, first->setValue("v", RegValue::dword(7)));
-    auto again = create(Hive::CurrentUser, deep);  // opens, keeps the values
-    ASSERT_TRUE(again);
-    RegValue got;
-    EXPECT_EQ(regerr::Success, again->queryValue("v", got));
-    EXPECT_EQ(RegValue::dword(7).data, got.data);
-    std::unique_ptr<RegKey> middle;
-    EXPECT_EQ(regerr::Success, open(Hive::CurrentUser, env().keyPath() + "\\a\\b", RegView::Default, middle));
-}
-
-TEST_F(Registry, CreateSubKeyCreatesBelowTheOpenKey) {
-    auto key = create(Hive::CurrentUser, env().keyPath());
-    ASSERT_TRUE(key);
+    ASSERT_EQ(regerr::Success, first->setValue("InstallationPath", RegValue::dword(7)));
+    ASSERT_TRUE(create(Hive::CurrentUser, top + "\\a\\b\\c"));
     std::unique_ptr<RegKey> sub;
-    ASSERT_EQ(regerr::Success, key->createSubKey("Auto Update\\Inner", sub));
+    ASSERT_EQ(regerr::Success, first->createSubKey("Auto Update\\Inner", sub));
     ASSERT_TRUE(sub);
     ASSERT_EQ(regerr::Success, sub->setValue("AUOptions", RegValue::dword(4)));
-    std::unique_ptr<RegKey> k;
-    ASSERT_EQ(regerr::Success,
-              open(Hive::CurrentUser, env().keyPath() + "\\Auto Update\\Inner", RegView::Default, k));
-    RegValue got;
-    EXPECT_EQ(regerr::Success, k->queryValue("AUOptions", got));
-    EXPECT_EQ(regtype::Dword, got.type);
+    struct Case {
+        std::string path;
+        RegView view;
+        const char* value;  // null: the key only
+        uint32_t data;
+    };
+    const Case cases[] = {
+        {top + "\\a\\b", RegView::Default, nullptr, 0},
+        {top + "\\A\\B\\C", RegView::Default, "installationpath", 7},
+        {top + "\\a\\b\\c", RegView::View64, "InstallationPath", 7},
+        {top + "\\a\\b\\c\\auto update\\INNER", RegView::Default, "AUOptions", 4},
+    };
+    for (const auto& c : cases) {
+        std::unique_ptr<RegKey> k;
+        ASSERT_EQ(regerr::Success, open(Hive::CurrentUser, c.path, c.view, k)) << c.path;
+        if (!c.value) continue;
+        RegValue got;
+        EXPECT_EQ(regerr::Success, k->queryValue(c.value, got)) << c.path;
+        EXPECT_EQ(regtype::Dword, got.type) << c.path;
+        EXPECT_EQ(RegValue::dword(c.data).data, got.data) << c.path;
+    }
 }
 
 // The program is a 32-bit program: HKLM\SOFTWARE\X in its plain view is
@@ -146,16 +142,6 @@ TEST_F(Registry, PlainViewOfLocalMachineSoftwareIsThe32BitView) {
     ASSERT_EQ(regerr::Success, open(Hive::LocalMachine, hklmPath(), RegView::Default, k));
     ASSERT_EQ(regerr::Success, k->queryValue("regID", got));
     EXPECT_EQ(RegValue::string("R32").data, got.data) << "each view keeps its own value";
-}
-
-TEST_F(Registry, CurrentUserSoftwareIsOneKeyInBothViews) {
-    auto key = create(Hive::CurrentUser, env().keyPath());
-    ASSERT_TRUE(key);
-    ASSERT_EQ(regerr::Success, key->setValue("v", RegValue::string("shared")));
-    std::unique_ptr<RegKey> k;
-    ASSERT_EQ(regerr::Success, open(Hive::CurrentUser, env().keyPath(), RegView::View64, k));
-    RegValue got;
-    EXPECT_EQ(regerr::Success, k->queryValue("v", got));
 }
 
 TEST_F(Registry, AKeyOpenedForReadingCannotBeWritten) {

@@ -51,29 +51,11 @@ TEST_F(System, VersionIsAnNtVersion) {
     EXPECT_LE(v.productType, 3);
 }
 
-TEST_F(System, LastErrorIsWhatWasLastSet) {
-    for (uint32_t code : {0u, 5u, 183u, 0x12345u}) {
-        sys().setLastError(code);
-        EXPECT_EQ(code, sys().lastError());
-    }
-}
-
 TEST_F(System, TheSingleInstanceMutexCanBeAcquiredOnce) {
     const std::string name = "KPMContract_" + contract::uniqueSuffix();
     EXPECT_TRUE(sys().acquireSingleInstance(name));
     EXPECT_FALSE(sys().acquireSingleInstance(name)) << "it exists while held";
     EXPECT_TRUE(sys().acquireSingleInstance(name + "_other"));
-}
-
-TEST_F(System, EndProcessThrowsProcessEndWithTheExitCode) {
-    for (int code : {0, 1, 3}) {
-        try {
-            sys().endProcess(code);
-            ADD_FAILURE() << "endProcess returned";
-        } catch (const ProcessEnd& e) {
-            EXPECT_EQ(code, e.exitCode);
-        }
-    }
 }
 
 TEST_F(System, StartingAMissingProgramFails) {

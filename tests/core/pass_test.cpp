@@ -126,14 +126,6 @@ TEST(Pass, PreviousInstanceInTheProcessListStopsAfterThreeEntries) {
     EXPECT_TRUE(m.exists(std::string(kpmtest::kProgramFolder) + "\\Temp"));
 }
 
-TEST(Pass, ACopyHoldingTheMutexMakesTheSecondEndSilently) {
-    TestMachine first;
-    auto holder = platform::sim::SimMachine::open(first.root());
-    ASSERT_TRUE(holder->system().acquireSingleInstance("KPMDwld"));
-    EXPECT_EQ(first.runPass(at(kNow)), 0);
-    EXPECT_FALSE(first.exists(kpmtest::kLogPath));
-}
-
 TEST(Pass, MissingAgentIniIsLoggedAndThePassGoesOn) {
     TestMachine m;
     m.removeFile(std::string(kpmtest::kInstallPath) + "VORNMobile.ini");

@@ -93,12 +93,6 @@ TEST(ServiceCheck, StartTypeAndStateDecideWhatIsDone) {
           "ModMain|SetRegDwordValue|INFO|UPDATED REGISTRY VALUE|Start|" + svc + "|",
           "ModMain|SetRegDwordValue|INFO|Successfully modified Registry Values|Start|" + svc + "|2", notAutomatic},
          "wuauserv=stopped", 0, "\"Start\"=dword:00000002"},
-        {"wrong type is repaired", "\"Start\"=hex(2):32,00", "[Services]\r\nwuauserv=stopped\r\n",
-         {head + "INFO|Automatic Update Service|||", "ModMain|SetRegDwordValue|INFO|Modifying Registry Values|Start||",
-          "ModMain|SetRegDwordValue|INFO|REGISTRY VALUE IS CORRUPTED|" + svc + "||",
-          "ModMain|SetRegDwordValue|INFO|REGISTRY VALUE TURNED OFF |Start|" + svc + "|",
-          "ModMain|SetRegDwordValue|INFO|Successfully modified Registry Values|Start|" + svc + "|2", notAutomatic},
-         "wuauserv=stopped", 0, "[HKEY_LOCAL_MACHINE\\" + svc + "\\Start]"},
         // No value at all: the write fails at its key, and the ERROR line comes all the same.
         {"no service key", "", "[Services]\r\nwuauserv=stopped\r\n",
          {head + "INFO|Automatic Update Service|||", "ModMain|SetRegDwordValue|INFO|Modifying Registry Values|Start||",

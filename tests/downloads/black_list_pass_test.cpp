@@ -14,23 +14,37 @@ namespace {
 const std::string kShort = kpmtest::kShortProgramFolder;
 const std::string kTempList = kShort + "\\Temp\\PatchBlackList.txt";
 
-std::vector<std::string> gatewayFails(const std::string& status, const std::string& reason) {
-    std::vector<std::string> e = {
-        "Download_BlackList|INFO|Downloading From GateWay.|||",
-        "Download_BlackList|INFO|URL|" + std::string(kpmtest::kGatewayBlackList) + "||",
-        "Download_BlackList|INFO|File name|PatchBlackList.txt||",
-    };
-    for (int i = 1; i <= 3; ++i) e.push_back("Download_BlackList|INFO|Attempt|" + std::to_string(i) + "||");
-    e.push_back("Download_BlackList|ERROR|Download Failed 3 times , Aborting download now|||");
-    (void)status;
-    (void)reason;
+const std::string kDcFailed =
+    "DCDownload|ERROR|Could Not Be Downloaded from the DataCenter |http://dc.vornsoft.com/updates/wblist|wblist.zip|";
+
+// Download_BlackList's first entries for `url`, then `tail`.
+std::vector<std::string> gateway(const std::string& url, std::vector<std::string> tail) {
+    std::vector<std::string> e = {"Download_BlackList|INFO|Downloading From GateWay.|||",
+                                  "Download_BlackList|INFO|URL|" + url + "||",
+                                  "Download_BlackList|INFO|File name|PatchBlackList.txt||"};
+    e.insert(e.end(), tail.begin(), tail.end());
+    return e;
+}
+// Three failed attempts at `url`.
+std::vector<std::string> gatewayFails(const std::string& url = kpmtest::kGatewayBlackList) {
+    return gateway(url, {"Download_BlackList|INFO|Attempt|1||", "Download_BlackList|INFO|Attempt|2||",
+                         "Download_BlackList|INFO|Attempt|3||",
+                         "Download_BlackList|ERROR|Download Failed 3 times , Aborting download now|||"});
+}
+// The data center's first try failed; the second, from its own procedure, makes `attempts` attempts, then `tail`.
+std::vector<std::string> secondTry(int attempts, const std::vector<std::string>& tail) {
+    std::vector<std::string> e = {kDcFailed, "DCDownload|INFO|Attempt 2nd Downloading again|||",
+                                  "Download_BlackList_FromDC|INFO|Downloading Black List From DC|||",
+                                  "Download_BlackList_FromDC|INFO|URL|" + std::string(kpmtest::kDataCenterZip) + "||",
+                                  "Download_BlackList_FromDC|INFO|File name|wblist.zip||"};
+    for (int i = 1; i <= attempts; ++i) e.push_back("Download_BlackList_FromDC|INFO|Attempt: |" + std::to_string(i) + "||");
+    e.insert(e.end(), tail.begin(), tail.end());
     return e;
 }
 
 }  // namespace
 
 TEST(BlackListPass, SourcesInTurn) {
-    const std::string notFound = std::string("404|HTTP 404 Not Found|") + kpmtest::kGatewayBlackList;
     struct Case {
         const char* name;
         std::function<void(DownloadMachine&)> setup;
@@ -41,24 +55,26 @@ TEST(BlackListPass, SourcesInTurn) {
         bool archiveInProgramFolder;
     };
     const std::string zipPath = "/updates/wblist/wblist.zip";
+    const std::vector<std::string> gateway404(3, "gateway GET /wblist/PatchBlackList.txt 404");
+    auto then = [](std::vector<std::string> a, const std::vector<std::string>& b) {
+        a.insert(a.end(), b.begin(), b.end());
+        return a;
+    };
     auto zip = [&](DownloadMachine& m) { m.serveZip("dc", zipPath, {{"PatchBlackList.txt", "KB5031354\r\n"}}); };
     const Case cases[] = {
         {"the gateway has it",
          [](DownloadMachine& m) { m.serve("gateway", "/wblist/PatchBlackList.txt", "KB1\r\nKB2\r\n"); },
-         {"Download_BlackList|INFO|Downloading From GateWay.|||",
-          "Download_BlackList|INFO|URL|" + std::string(kpmtest::kGatewayBlackList) + "||",
-          "Download_BlackList|INFO|File name|PatchBlackList.txt||", "Download_BlackList|INFO|Attempt|1||",
-          "Download_BlackList|INFO|Download Complete..File copied to|" + kTempList + "||"},
+         gateway(kpmtest::kGatewayBlackList, {"Download_BlackList|INFO|Attempt|1||",
+                                              "Download_BlackList|INFO|Download Complete..File copied to|" + kTempList + "||"}),
          {},
          {"gateway GET /wblist/PatchBlackList.txt 200"},
          false,
          false},
         {"the gateway answers 404: the data center's archive",
          zip,
-         gatewayFails("404", "HTTP 404 Not Found"),
+         gatewayFails(),
          {"DCDownload|INFO|Downloaded Successfully from the DataCenter|||"},
-         {"gateway GET /wblist/PatchBlackList.txt 404", "gateway GET /wblist/PatchBlackList.txt 404",
-          "gateway GET /wblist/PatchBlackList.txt 404", "dc GET /updates/wblist/wblist.zip 200"},
+         then(gateway404, {"dc GET /updates/wblist/wblist.zip 200"}),
          false,
          false},
         {"the archive's second attempt lands beside the program, not in Temp",
@@ -66,33 +82,17 @@ TEST(BlackListPass, SourcesInTurn) {
              zip(m);
              m.sites().setFault("dc", zipPath, sites::Fault::withStatus(500, 1));
          },
-         gatewayFails("404", "HTTP 404 Not Found"),
-         {"DCDownload|ERROR|Could Not Be Downloaded from the DataCenter |http://dc.vornsoft.com/updates/wblist|wblist.zip|",
-          "DCDownload|INFO|Attempt 2nd Downloading again|||",
-          "Download_BlackList_FromDC|INFO|Downloading Black List From DC|||",
-          "Download_BlackList_FromDC|INFO|URL|" + std::string(kpmtest::kDataCenterZip) + "||",
-          "Download_BlackList_FromDC|INFO|File name|wblist.zip||",
-          "Download_BlackList_FromDC|INFO|Attempt: |1||",
-          "Download_BlackList_FromDC|INFO|Download Complete..File copied to|" + kShort + "\\wblist.zip||",
-          "DCDownload|INFO|Downloaded Successfully from the DataCenter|||"},
-         {"gateway GET /wblist/PatchBlackList.txt 404", "gateway GET /wblist/PatchBlackList.txt 404",
-          "gateway GET /wblist/PatchBlackList.txt 404", "dc GET /updates/wblist/wblist.zip 500",
-          "dc GET /updates/wblist/wblist.zip 200"},
+         gatewayFails(),
+         secondTry(1, {"Download_BlackList_FromDC|INFO|Download Complete..File copied to|" + kShort + "\\wblist.zip||",
+                       "DCDownload|INFO|Downloaded Successfully from the DataCenter|||"}),
+         then(gateway404, {"dc GET /updates/wblist/wblist.zip 500", "dc GET /updates/wblist/wblist.zip 200"}),
          true,
          true},
         {"no source answers",
          [](DownloadMachine& m) { m.sites().setFault("dc", "*", sites::Fault::refuse()); },
-         gatewayFails("404", "HTTP 404 Not Found"),
-         {"DCDownload|ERROR|Could Not Be Downloaded from the DataCenter |http://dc.vornsoft.com/updates/wblist|wblist.zip|",
-          "DCDownload|INFO|Attempt 2nd Downloading again|||",
-          "Download_BlackList_FromDC|INFO|Downloading Black List From DC|||",
-          "Download_BlackList_FromDC|INFO|URL|" + std::string(kpmtest::kDataCenterZip) + "||",
-          "Download_BlackList_FromDC|INFO|File name|wblist.zip||", "Download_BlackList_FromDC|INFO|Attempt: |1||",
-          "Download_BlackList_FromDC|INFO|Attempt: |2||", "Download_BlackList_FromDC|INFO|Attempt: |3||",
-          "Download_BlackList_FromDC|ERROR|Download Failed 3 times , Aborting download now|||",
-          "DCDownload|ERROR|Could Not Be Downloaded from the DataCenter |http://dc.vornsoft.com/updates/wblist|wblist.zip|"},
-         {"gateway GET /wblist/PatchBlackList.txt 404", "gateway GET /wblist/PatchBlackList.txt 404",
-          "gateway GET /wblist/PatchBlackList.txt 404"},
+         gatewayFails(),
+         secondTry(3, {"Download_BlackList_FromDC|ERROR|Download Failed 3 times , Aborting download now|||", kDcFailed}),
+         gateway404,
          true,
          false},
     };
@@ -102,7 +102,6 @@ TEST(BlackListPass, SourcesInTurn) {
         std::function<void(DownloadMachine&)> setup;
         std::string why;
     };
-    const std::string zipHost = "dc";
     const Bad bad[] = {
         {"a truncated archive",
          [&](DownloadMachine& m) {
@@ -178,12 +177,7 @@ TEST(BlackListPass, AnUnconfiguredGatewayStillMakesThreeAttempts) {
     m.writeAgentIni("PMDownload=http://gateway.corp.lan:8080/pm\r\n");
     m.sites().setFault("dc", "*", sites::Fault::refuse());
     ASSERT_EQ(m.runPass(), 0);
-    std::vector<std::string> expected = {"Download_BlackList|INFO|Downloading From GateWay.|||",
-                                         "Download_BlackList|INFO|URL|/PatchBlackList.txt||",
-                                         "Download_BlackList|INFO|File name|PatchBlackList.txt||"};
-    for (int i = 1; i <= 3; ++i) expected.push_back("Download_BlackList|INFO|Attempt|" + std::to_string(i) + "||");
-    expected.push_back("Download_BlackList|ERROR|Download Failed 3 times , Aborting download now|||");
-    EXPECT_EQ(m.entriesOf("Download_BlackList"), expected);
+    EXPECT_EQ(m.entriesOf("Download_BlackList"), gatewayFails("/PatchBlackList.txt"));
     auto attempts = m.entriesOf("fncDownloadFile");
     ASSERT_GE(attempts.size(), 3u);
     EXPECT_EQ(attempts[0], "fncDownloadFile|ERROR|Downloading file from /PatchBlackList.txt|0|not an http URL: "

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/errors.h"
 #include "schedule/schedule_settings.h"
 #include "schedule_fixture.h"
 
@@ -88,13 +87,6 @@ TEST_F(WindowCheck, ThirdPartyRecordUsesItsOwnSection) {
     EXPECT_EQ(newLog(), std::vector<std::string>{info("ModXML", "fncCheckTimeTP", kInside)});
     EXPECT_EQ(kpm::fncReadINI("TPDowSchTime", "LDwnRDate", schedtest::kSchPatch), "");
     EXPECT_EQ(kpm::fncReadINI("DowSchTime", "LDwnRDate", schedtest::kSchPatch), "11/16/2026 09:30:00");
-}
-
-TEST_F(WindowCheck, ThirdPartyDownloadDoneTodayEndsThePassItself) {
-    machine.writeFile(schedtest::kSchPatch, section("TPDowSchTime", "2026-11-16", "13:00", "14:00", "11/16/2026 13:05:00"));
-    open("2026-11-16T13:30:00");
-    EXPECT_THROW(kpm::fncCheckTimeTP(), platform::ProcessEnd);
-    EXPECT_EQ(newLog().back(), info("ModComman", "CloseAll", "Application stopped."));
 }
 
 }  // namespace

@@ -89,17 +89,6 @@ TEST(SimFiles, ErrorNumbersAndLastErrors) {
     }
 }
 
-TEST(SimFiles, ReadOnlyIsTheOwnerWriteBit) {
-    SimFolder f;
-    f.write("drives/C/a.txt", "old");
-    auto m = f.open();
-    const auto bit = [&] { return std::filesystem::status(f.root() / "drives/C/a.txt").permissions() & std::filesystem::perms::owner_write; };
-    m->files().setReadOnly("C:\\a.txt", true);
-    EXPECT_EQ(bit(), std::filesystem::perms::none);
-    m->files().clearReadOnly("C:\\A.TXT");
-    EXPECT_NE(bit(), std::filesystem::perms::none);
-}
-
 TEST(SimFiles, WildcardsAndFoldersOfOtherCase) {
     SimFolder f;
     f.write("drives/C/T/a.tmp", "1");

@@ -53,6 +53,11 @@ struct Post {
     std::string site, target, body, document;
 };
 
+std::vector<std::string> join(std::vector<std::string> a, const std::vector<std::string>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
 class StatusPosts : public schedtest::ScheduleFixture {
 protected:
     void SetUp() override {
@@ -148,28 +153,18 @@ TEST_F(StatusPosts, BlackListRequest) {
           {"manage2", "/tfr_wppthmsbbllist.asp?ec=256", twice, once}},
          "KB9"},
         {"no entry for the request", entry("wppthdwldinfo", "manage.vornsoft.com", "", "0"), "", "", {}, {},
-         [&] {
-             std::vector<std::string> l = {kb("Primary Webpost URL not found"), kb("Secondary Webpost URL not found")};
-             for (auto& s : invalid("", "", "")) l.push_back(s);
-             return l;
-         }(),
+         join({kb("Primary Webpost URL not found"), kb("Secondary Webpost URL not found")}, invalid("", "", "")),
          {}, "-"},
         {"refused, then 500", entry(kind, "manage.vornsoft.com", "manage2.vornsoft.com", "0"), "KB1", "KB2",
          Fault::refuse(), Fault::withStatus(500),
-         [&] {
-             std::vector<std::string> l = {kb("Webposting to Primary Site for Patches", kList), kb("XMLString", kRegDoc),
-                                           kb("Webposting to Secondary Site  for Patches ", kList2), kb("XMLString", kRegDoc)};
-             for (auto& s : invalid("500", "kWbPost.WebPost", "HTTP 500 Internal Server Error")) l.push_back(s);
-             return l;
-         }(),
+         join({kb("Webposting to Primary Site for Patches", kList), kb("XMLString", kRegDoc),
+               kb("Webposting to Secondary Site  for Patches ", kList2), kb("XMLString", kRegDoc)},
+              invalid("500", "kWbPost.WebPost", "HTTP 500 Internal Server Error")),
          {{"manage2", "/tfr_wppthmsbbllist.asp", kRegDoc, kRegDoc}}, "-"},
         {"an unmapped host", entry(kind, "elsewhere.example", "", "0"), "", "", {}, {},
-         [&] {
-             std::vector<std::string> l = {kb("Webposting to Primary Site for Patches", "http://elsewhere.example/tfr_wppthmsbbllist.asp"),
-                                           kb("XMLString", kRegDoc), kb("Secondary Webpost URL not found")};
-             for (auto& s : invalid("12007", "kWbPost.WebPost", "host not found: elsewhere.example")) l.push_back(s);
-             return l;
-         }(),
+         join({kb("Webposting to Primary Site for Patches", "http://elsewhere.example/tfr_wppthmsbbllist.asp"),
+               kb("XMLString", kRegDoc), kb("Secondary Webpost URL not found")},
+              invalid("12007", "kWbPost.WebPost", "host not found: elsewhere.example")),
          {}, "-"},
     };
     for (const auto& c : cases) {
@@ -181,9 +176,7 @@ TEST_F(StatusPosts, BlackListRequest) {
             EXPECT_EQ(kpm::fncWebPostKB(), -1);
             EXPECT_EQ(kpm::PartnerBlackList, c.blackList);
         }
-        std::vector<std::string> want = opening;
-        want.insert(want.end(), c.log.begin(), c.log.end());
-        EXPECT_EQ(newLog(), want);
+        EXPECT_EQ(newLog(), join(opening, c.log));
         expectPosts(posts(), c.posts);
         machine.close();
     }
@@ -201,10 +194,6 @@ TEST_F(StatusPosts, DownloadStatusReport) {
     const std::string released = "ModWebPost|FncWebPostDownloadStatus|ERROR|91|Object variable or With block variable not set|0|";
     auto sent = [](const std::string& url, const std::string& document, const std::string& answer) {
         return std::vector<std::string>{st("Webpost URL", url), st("Encrypted XML String", document), st("Return Value", answer)};
-    };
-    auto join = [](std::vector<std::string> a, const std::vector<std::string>& b) {
-        a.insert(a.end(), b.begin(), b.end());
-        return a;
     };
     struct Case {
         const char* why;
