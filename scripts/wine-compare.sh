@@ -10,6 +10,7 @@
 # Exit status: 0 the same, 1 they differ, 77 skipped (no wine64).
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
+. "$root/scripts/wine-agent.sh"
 exe="" standins="" cipher="" kdowfile="" sim="" work=""
 while [ $# -gt 0 ]; do
   case "$1" in
@@ -52,26 +53,14 @@ trap '"$wineserver" -k >/dev/null 2>&1 || true' EXIT
 # No site runs here: Wine's own HTTP stack goes to a closed loopback proxy,
 # so it never looks a name up and finds no Internet, as the simulated machine
 # finds none for a host its map does not name.
-inet='HKCU\Software\Microsoft\Windows\CurrentVersion\Internet Settings'
-"$wine64" reg add "$inet" /v ProxyEnable /t REG_DWORD /d 1 /f >/dev/null 2>&1
-"$wine64" reg add "$inet" /v ProxyServer /d 127.0.0.1:9 /f >/dev/null 2>&1
-"$wine64" reg add "$inet" /v ProxyOverride /d '127.0.0.1;localhost;<local>' /f >/dev/null 2>&1
+use_internet_proxy 127.0.0.1:9
 cp -r "$demo/drives/C/." "$WINEPREFIX/drive_c/"
 prog="$WINEPREFIX/drive_c/$install_rel/$program"
 cp "$exe" "$prog/KPMDwld.exe"
 cp "$cipher" "$prog/KEncDec.dll"
-mkdir -p "$WINEPREFIX/drive_c/KPMStandins"
-cp "$standins" "$WINEPREFIX/drive_c/KPMStandins/KPMStandins.dll"
-"$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1
 # The maker's COM DLLs the demo has in its install folder: stand-in copies,
-# unregistered (the server's own registration named their classes too), as on
-# the simulated side; the pass's component check registers them.
-maker_dlls=()
-for dll in kWbPost.dll kDwnJob.dll Chilkatzip2.dll; do
-  cp "$standins" "$WINEPREFIX/drive_c/$install_rel/$dll"
-  maker_dlls+=("C:\\Program Files\\VORN\\VORNMobile\\$dll")
-done
-"$wine64" regsvr32 /u /s "${maker_dlls[@]}" >/dev/null 2>&1
+# unregistered, as on the simulated side.
+install_standins "$standins" "$WINEPREFIX/drive_c/$install_rel" 'C:\Program Files\VORN\VORNMobile'
 # The download objects see the hosts the simulated machine sees: machine.ini's
 # [Network] and [Downloads] sections (an empty map when it has none); the
 # update agent stand-in its [WindowsUpdate] settings and its catalogue.

@@ -45,6 +45,7 @@
 # or no kpm-sites).
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
+. "$root/scripts/wine-agent.sh"
 
 exe="" standins="" cipher="" kdowfile="" sites="" sim="" work="" offline=""
 while [ $# -gt 0 ]; do
@@ -160,14 +161,9 @@ echo "== sites: gateway $gw, dc $dc, updates $upd"
 mkdir -p "$WINEPREFIX"
 nice -n -10 "$wineserver" -p300 </dev/null >/dev/null 2>&1
 "$wine64" wineboot --init >/dev/null 2>&1
-# The computer's Internet settings: a proxy (the sites server's) for every
-# host but loopback. Wine's own HTTP stack (MSXML's requests, the system's URL
-# download) then never looks a name up; the proxy sends Microsoft's names to
-# the local "microsoft" site.
-inet='HKCU\Software\Microsoft\Windows\CurrentVersion\Internet Settings'
-"$wine64" reg add "$inet" /v ProxyEnable /t REG_DWORD /d 1 /f >/dev/null 2>&1
-"$wine64" reg add "$inet" /v ProxyServer /d "127.0.0.1:$px" /f >/dev/null 2>&1
-"$wine64" reg add "$inet" /v ProxyOverride /d '127.0.0.1;localhost;<local>' /f >/dev/null 2>&1
+# The sites server's proxy as the computer's: it sends Microsoft's names to the
+# local "microsoft" site.
+use_internet_proxy "127.0.0.1:$px"
 drive_c=$WINEPREFIX/drive_c
 install_win='C:\Program Files\VORN\VORNMobile'
 install=$drive_c/Program\ Files/VORN/VORNMobile
@@ -202,18 +198,7 @@ done
 # Windows' own Automatic Updates option, still on (4): the pass turns it off.
 "$wine64" reg add 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' /v AUOptions \
   /t REG_DWORD /d 4 /f >/dev/null 2>&1
-mkdir -p "$drive_c/KPMStandins"
-cp "$standins" "$drive_c/KPMStandins/KPMStandins.dll"
-"$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1 || fail "regsvr32 of the stand-in COM server"
-# The maker's COM DLLs in the install folder: stand-in copies, unregistered
-# (the server's own registration named their classes too); the pass's
-# component check registers them with regsvr32.
-maker_dlls=()
-for dll in kWbPost.dll kDwnJob.dll Chilkatzip2.dll; do
-  cp "$standins" "$install/$dll"
-  maker_dlls+=("$install_win\\$dll")
-done
-"$wine64" regsvr32 /u /s "${maker_dlls[@]}" >/dev/null 2>&1
+install_standins "$standins" "$install" "$install_win" || fail "regsvr32 of the stand-in COM server"
 # The host names of the pass, as the download and zip objects see them. The
 # data center is named by address; it is mapped too, for the download object's
 # second attempt.

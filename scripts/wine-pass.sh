@@ -17,6 +17,7 @@
 #   unregistered  no regID: the pass ends at once with exit code 0 and no log
 # Exit status: 0 all passed, 1 a check failed, 77 skipped (no wine64).
 set -u
+. "$(dirname "$0")/wine-agent.sh"
 
 exe="" standins="" cipher="" work=""
 while [ $# -gt 0 ]; do
@@ -67,18 +68,7 @@ prepare() {
   # system's URL download of the maker's host (a name outside this machine).
   printf 'MZ' >"$prog/KDowFile.dll"
   if [ -n "$standins" ]; then
-    mkdir -p "$drive_c/KPMStandins"
-    cp "$standins" "$drive_c/KPMStandins/KPMStandins.dll"
-    "$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1 || fail "regsvr32 of the stand-in COM server"
-    # The maker's COM DLLs in the install folder, unregistered (the server's
-    # own registration named their classes too): a pass's component check
-    # registers them.
-    local dll maker_dlls=()
-    for dll in kWbPost.dll kDwnJob.dll Chilkatzip2.dll; do
-      cp "$standins" "$install/$dll"
-      maker_dlls+=("$install_win\\$dll")
-    done
-    "$wine64" regsvr32 /u /s "${maker_dlls[@]}" >/dev/null 2>&1
+    install_standins "$standins" "$install" "$install_win" || fail "regsvr32 of the stand-in COM server"
     # No host is mapped: the download objects reach nothing, as on a simulated machine without [Network].
     printf '%s\r\n' '[Network]' >"$drive_c/KPMStandins/network.ini"
   fi
