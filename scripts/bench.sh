@@ -9,7 +9,9 @@
 #                       open-append-close each through the same file system), and each
 #                       dimension doubled (x_base: time against the base machine)
 # then, when wine64 and MinGW-w64 are there, the 64-bit KPMDwld.exe (build/bench-mingw64):
-# start to first log entry under Wine against a minimal MinGW program.
+# start to first log entry under Wine against a minimal MinGW program, and the
+# big computer at a tenth of its size (300 updates) passed under Wine against
+# its floor there (bench/wine-big-pass.sh).
 # --quick runs the big pass at a tenth of its size, once. Figures are printed, never checked.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -25,7 +27,7 @@ done
 
 build=build/bench-release
 cmake -S . -B $build -G Ninja -DCMAKE_BUILD_TYPE=Release -DKPM_BUILD_TESTS=OFF >/dev/null
-cmake --build $build -j 2 --target kpm_bench kpm_download_bench kpm_pass_bench kpmdwld-sim
+cmake --build $build -j 2 --target kpm_bench kpm_download_bench kpm_pass_bench kpmdwld-sim kpm_big_machine kpm-sites
 
 echo "== machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p' | head -n 1), $(date -u +%Y-%m-%d)"
 echo "== activity log"
@@ -50,3 +52,9 @@ x86_64-w64-mingw32-g++ -O2 -static -Wall -Wextra -Werror bench/append_floor.cpp 
 PATH=/usr/lib/wine:$PATH bench/wine-start.sh --exe $mingw/platform/win32/KPMDwld.exe \
   --standins $mingw/standins/com/KPMStandins.dll --cipher $mingw/standins/com/KEncDec.dll \
   --kdowfile $mingw/standins/com/KDowFile.dll --floor $mingw/append_floor.exe --work /tmp/bench-wine-start
+echo "== the big pass under Wine"
+PATH=/usr/lib/wine:$PATH bench/wine-big-pass.sh --exe $mingw/platform/win32/KPMDwld.exe \
+  --standins $mingw/standins/com/KPMStandins.dll --cipher $mingw/standins/com/KEncDec.dll \
+  --kdowfile $mingw/standins/com/KDowFile.dll --floor $mingw/append_floor.exe \
+  --maker $build/bench/kpm_big_machine --sites $build/sites/kpm-sites --sim $build/kpmdwld-sim \
+  --work /tmp/bench-wine-big

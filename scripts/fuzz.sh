@@ -32,6 +32,8 @@ if [ ${#harnesses[@]} -eq 0 ]; then
   for f in fuzz/*_fuzz.cpp; do harnesses+=("$(basename "$f" .cpp)"); done
 fi
 mkdir -p "$build/findings"
+# The harnesses' simulated machines live under TMPDIR; memory-backed is faster.
+[ -z "${TMPDIR:-}" ] && [ -d /dev/shm ] && [ -w /dev/shm ] && export TMPDIR=/dev/shm
 failed=0
 for h in "${harnesses[@]}"; do
   seeds=fuzz/corpus/$h work=$build/corpus/$h

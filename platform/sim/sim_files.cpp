@@ -222,17 +222,65 @@ void sweepStaged(const fs::path& staging) {
 
 SimFiles::SimFiles(MachineState& state) : state_(state) {}
 
+void SimFiles::Listing::add(const std::string& name) {
+    if (position.count(name)) return;
+    position.emplace(name, names.size());
+    names.push_back(name);
+    byUpper.emplace(upper(name), name);
+}
+
+void SimFiles::Listing::remove(const std::string& name) {
+    auto at = position.find(name);
+    if (at == position.end()) return;
+    const size_t i = at->second;
+    position.erase(at);
+    if (i + 1 != names.size()) {
+        names[i] = std::move(names.back());
+        position[names[i]] = i;
+    }
+    names.pop_back();
+    auto [first, last] = byUpper.equal_range(upper(name));
+    for (auto it = first; it != last; ++it)
+        if (it->second == name) {
+            byUpper.erase(it);
+            break;
+        }
+}
+
 const SimFiles::Listing& SimFiles::listing(const fs::path& dir) const {
     std::error_code ec;
     const auto time = fs::last_write_time(dir, ec);
     Listing& l = listings_[dir.string()];
     if (l.time != time || l.names.empty()) {
+        l = Listing{};
         l.time = time;
-        l.names = listNames(dir);
-        l.byUpper.clear();
-        for (const auto& n : l.names) l.byUpper.emplace(upper(n), n);
+        for (const auto& n : listNames(dir)) l.add(n);
     }
     return l;
+}
+
+bool SimFiles::listingCurrent(const fs::path& dir) const {
+    auto it = listings_.find(dir.string());
+    if (it == listings_.end()) return false;
+    std::error_code ec;
+    const auto time = fs::last_write_time(dir, ec);
+    return !ec && it->second.time == time;
+}
+
+void SimFiles::changed(const fs::path& dir, const std::string& name, EntryChange change, bool wasCurrent) {
+    if (change != EntryChange::Rewritten) found_.erase(dir.string());
+    auto it = listings_.find(dir.string());
+    if (it == listings_.end()) return;
+    std::error_code ec;
+    const auto time = fs::last_write_time(dir, ec);
+    if (!wasCurrent || ec) {
+        listings_.erase(it);
+        return;
+    }
+    Listing& l = it->second;
+    l.time = time;
+    if (change == EntryChange::Added) l.add(name);
+    if (change == EntryChange::Removed) l.remove(name);
 }
 
 // The entry of dir that a name finds: the name itself, else the first name
@@ -398,8 +446,10 @@ void SimFiles::createFolder(std::string_view path) {
     if (fs::exists(l->host, ec)) raise(err::FileAlreadyExists, win32::AlreadyExists);
     if (l->win.parts.empty() || !fs::is_directory(l->host.parent_path(), ec))
         raise(err::PathNotFound, win32::PathNotFound);
-    changed(l->host.parent_path());
-    if (!fs::create_directory(l->host, ec) || ec) raise(err::PathFileAccessError, win32::AccessDenied);
+    const bool current = listingCurrent(l->host.parent_path());
+    const bool made = fs::create_directory(l->host, ec) && !ec;
+    changed(l->host.parent_path(), l->host.filename().string(), EntryChange::Added, current && made);
+    if (!made) raise(err::PathFileAccessError, win32::AccessDenied);
 }
 
 uint64_t SimFiles::fileSize(std::string_view path) {
@@ -443,8 +493,10 @@ void SimFiles::deleteFile(std::string_view path) {
         if (isReadOnly(v)) raise(err::PathFileAccessError, win32::AccessDenied);
     for (const auto& v : victims) {
         uint64_t size = fs::file_size(v, ec);
-        changed(v.parent_path());
-        if (!fs::remove(v, ec) || ec) raise(err::PathFileAccessError, win32::AccessDenied);
+        const bool current = listingCurrent(v.parent_path());
+        const bool removed = fs::remove(v, ec) && !ec;
+        changed(v.parent_path(), v.filename().string(), EntryChange::Removed, current && removed);
+        if (!removed) raise(err::PathFileAccessError, win32::AccessDenied);
         charge(l->win.drive, -static_cast<int64_t>(size));
     }
 }
@@ -505,14 +557,21 @@ void SimFiles::writeFile(std::string_view path, std::string_view bytes, bool app
     std::error_code ec;
     charge(l->win.drive, append ? static_cast<int64_t>(bytes.size())
                                 : static_cast<int64_t>(bytes.size()) - static_cast<int64_t>(old));
-    if (old == 0) changed(l->host.parent_path());  // maybe a new entry
+    // A new entry (or an empty file), or an existing one replaced whole.
+    const fs::path folder = l->host.parent_path();
+    const std::string name = l->host.filename().string();
+    const auto change = old == 0 ? EntryChange::Added : EntryChange::Rewritten;
+    const bool current = (old == 0 || !append) && listingCurrent(folder);
     if (!append) {
-        if (!replaceWhole(l->host, bytes, state_.folder / ".transfers")) raise(err::DeviceIOError, win32::WriteFault);
+        const bool written = replaceWhole(l->host, bytes, state_.folder / ".transfers");
+        changed(folder, name, change, current && written);
+        if (!written) raise(err::DeviceIOError, win32::WriteFault);
         return;
     }
     std::ofstream out(l->host, std::ios::binary | std::ios::app);
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     out.close();
+    if (old == 0) changed(folder, name, change, current && static_cast<bool>(out));
     if (!out) raise(err::DeviceIOError, win32::WriteFault);
 }
 
@@ -520,12 +579,14 @@ std::vector<std::string> SimFiles::listFiles(std::string_view folder) {
     auto l = locate(folder);
     std::error_code ec;
     if (!l || !fs::is_directory(l->host, ec)) raise(err::PathNotFound, win32::PathNotFound);
-    std::vector<std::string> names;
+    // Sorted by the upper-cased names, each upper-cased once.
+    std::vector<std::pair<std::string, std::string>> keyed;
     for (const auto& n : listNames(l->host))
-        if (fs::is_regular_file(l->host / n, ec)) names.push_back(n);
-    std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
-        return upper(a) < upper(b);
-    });
+        if (fs::is_regular_file(l->host / n, ec)) keyed.emplace_back(upper(n), n);
+    std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<std::string> names;
+    names.reserve(keyed.size());
+    for (auto& k : keyed) names.push_back(std::move(k.second));
     return names;
 }
 
@@ -537,17 +598,21 @@ void SimFiles::importFile(const fs::path& hostFile, std::string_view path) {
     const uint64_t size = fs::file_size(hostFile, ec);
     if (ec) raise(err::FileNotFound, win32::FileNotFound);
     charge(l->win.drive, static_cast<int64_t>(size) - static_cast<int64_t>(old));
-    changed(l->host.parent_path());
+    const fs::path folder = l->host.parent_path();
+    const bool current = listingCurrent(folder);
+    const std::string name = l->host.filename().string();
     fs::rename(hostFile, l->host, ec);
     if (ec) {
         // Another host file system: copy, then drop the staged file.
         fs::copy_file(hostFile, l->host, fs::copy_options::overwrite_existing, ec);
         if (!ec) fs::remove(hostFile, ec);
         else {
+            changed(folder, name, EntryChange::Added, false);
             charge(l->win.drive, static_cast<int64_t>(old) - static_cast<int64_t>(size));
             raise(err::DeviceIOError, win32::WriteFault);
         }
     }
+    changed(folder, name, EntryChange::Added, current);
 }
 
 uint32_t SimFiles::getShortPathName(std::string_view longPath, std::string& buffer, uint32_t size) {

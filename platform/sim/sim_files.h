@@ -105,14 +105,18 @@ private:
     void writeFile(std::string_view path, std::string_view bytes, bool append);
 
     // The entry a name finds in a host folder (see findEntry), remembered:
-    // a pass names the same folders and files thousands of times. Whatever
-    // this class adds to or removes from a folder drops what was found there.
+    // a pass names the same folders and files thousands of times.
     std::optional<std::string> entry(const std::filesystem::path& dir, const std::string& name) const;
     std::string alias(const std::filesystem::path& dir, const std::string& entryName) const;
-    void changed(const std::filesystem::path& folder) {
-        found_.erase(folder.string());
-        listings_.erase(folder.string());
-    }
+
+    // A change this class makes to one entry of a host folder: call
+    // listingCurrent before it and changed after. What was found in the
+    // folder is dropped when an entry goes; a listing that was current stays
+    // current, with the entry added or removed, so that a big folder is not
+    // read again after each file a pass writes or deletes in it.
+    enum class EntryChange { Added, Removed, Rewritten };
+    bool listingCurrent(const std::filesystem::path& dir) const;
+    void changed(const std::filesystem::path& dir, const std::string& name, EntryChange change, bool wasCurrent);
     void changedAll() {
         found_.clear();
         listings_.clear();
@@ -122,8 +126,11 @@ private:
     // is not there exactly is looked for without listing a big folder again.
     struct Listing {
         std::filesystem::file_time_type time;
-        std::vector<std::string> names;
-        std::unordered_map<std::string, std::string> byUpper;  // the first name of each upper-cased form
+        std::vector<std::string> names;                          // in no particular order
+        std::unordered_map<std::string, size_t> position;        // of each name in names
+        std::unordered_multimap<std::string, std::string> byUpper;  // each name by its upper-cased form
+        void add(const std::string& name);
+        void remove(const std::string& name);
     };
     const Listing& listing(const std::filesystem::path& dir) const;
 
