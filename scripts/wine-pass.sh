@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# wine-pass.sh --exe KPMDwld.exe [--standins KPMStandins.dll] [--cipher KEncDec.dll] [--work DIR]
+# wine-pass.sh --exe KPMDwld.exe [--standins KPMStandins.dll] [--cipher KEncDec.dll]
+#              [--holder hold_open.exe] [--work DIR]
 #
 # Whole passes of the real (64-bit) KPMDwld.exe under wine64, in a fresh Wine
 # prefix set up as a managed computer:
@@ -15,18 +16,25 @@
 #   concurrent    twenty starts at once: one pass; the others silent or
 #                 logging "Previous Instance Running"
 #   unregistered  no regID: the pass ends at once with exit code 0 and no log
+#   locked        (with --holder) the files a pass rewrites held open without
+#                 sharing by another process during one pass: the activity log
+#                 with "SchPatch.ini" (a record of another day), then
+#                 "DwldURL.txt"; the pass ends (exit code 0, no unhandled
+#                 exception), leaves the held bytes as they were, and the pass
+#                 after the release rewrites them as a pass without the hold does
 # Exit status: 0 all passed, 1 a check failed, 77 skipped (no wine64).
 set -u
 . "$(dirname "$0")/wine-agent.sh"
 
-exe="" standins="" cipher="" work=""
+exe="" standins="" cipher="" holder="" work=""
 while [ $# -gt 0 ]; do
   case "$1" in
     --exe) exe=$2; shift 2 ;;
     --standins) standins=$2; shift 2 ;;
     --cipher) cipher=$2; shift 2 ;;
+    --holder) holder=$2; shift 2 ;;
     --work) work=$2; shift 2 ;;
-    *) echo "usage: $0 --exe KPMDwld.exe [--standins DLL] [--cipher DLL] [--work DIR]" >&2; exit 2 ;;
+    *) echo "usage: $0 --exe KPMDwld.exe [--standins DLL] [--cipher DLL] [--holder EXE] [--work DIR]" >&2; exit 2 ;;
   esac
 done
 [ -n "$exe" ] && [ -f "$exe" ] || { echo "wine-pass: no executable: '$exe'" >&2; exit 2; }
@@ -172,6 +180,126 @@ run_pass unregistered
 found=$(find "$drive_c" -name 'wppatchmanagementDownload_*' 2>/dev/null | head -n 1)
 [ -z "$found" ] && ok "no activity log written" || fail "a log was written: ${found#$drive_c/}"
 finish
+
+# Files of the pass held open by another process, without sharing: Windows'
+# sharing modes are real here (the simulated machine has none).
+if [ -n "$holder" ]; then
+  echo "== scenario: locked (files held open by another process)"
+  locked_start=$failures
+  prepare locked R5
+  demo="$(dirname "$0")/../examples/demo-machine/drives/C/Program Files/VORN/VORNMobile"
+  # Wine's own HTTP stack goes to a closed loopback port, never to a name.
+  use_internet_proxy 127.0.0.1:9
+  mkdir -p "$install/Configuration"
+  cp "$demo/Configuration/wpConfig.xml" "$install/Configuration/wpConfig.xml"
+  # Due every day, all day, with nothing to download (type 4): the pass
+  # stores the schedule in "SchPatch.ini" and stamps its run there. One line,
+  # so the entry that quotes it keeps the log's columns.
+  printf '%s' '<patchmanagement><autopatchdeploy><ScheduleType>4</ScheduleType><MonthDates></MonthDates>' \
+    '<MonthWeek>0</MonthWeek><WeekDays>1,2,3,4,5,6,7</WeekDays><FromTime>00:00</FromTime><ToTime>23:59</ToTime>' \
+    '</autopatchdeploy><updateclasses><upcls name="Security Updates" blscope="BL" products="Windows 7"/>' \
+    '</updateclasses></patchmanagement>' >"$prog/MSUpd.xml"
+  cp "$holder" "$drive_c/hold_open.exe"
+  log="$prog/ApplicationLog/wppatchmanagementDownload_R5_patchlog.log"
+  log_win="$prog_win\\ApplicationLog\\wppatchmanagementDownload_R5_patchlog.log"
+  sch="$prog/SchPatch.ini"
+  ini_keys() { tr -d '\r' <"$1" | awk -F= '/^\[/ {s = $0} /=/ {print s tolower($1)}' | sort; }
+  # Starts the holder on the given Windows paths; true once it holds them all.
+  hold() {
+    rm -f "$drive_c/hold-ready" "$drive_c/hold-release"
+    "$wine64" 'C:\hold_open.exe' 'C:\hold-ready' 'C:\hold-release' "$@" >"$work/holder.out" 2>&1 &
+    holder_pid=$!
+    local i
+    for i in $(seq 600); do
+      [ -f "$drive_c/hold-ready" ] && return 0
+      kill -0 "$holder_pid" 2>/dev/null || break
+      sleep 0.1
+    done
+    return 1
+  }
+  release() {
+    : >"$drive_c/hold-release"
+    wait "$holder_pid"
+    local hrc=$?
+    [ "$hrc" = 0 ] && ok "the holder released the files" || fail "the holder ended with $hrc: $(cat "$work/holder.out")"
+  }
+  # The pass ended on its own, with a normal end.
+  ended() {  # $1 = pass name
+    [ "$rc" = 0 ] && ok "$1: exit code 0" || fail "$1: exit code $rc"
+    if grep -qi 'unhandled exception\|unhandled page fault' "$work/$1.out"; then
+      fail "$1: $(grep -i -m1 unhandled "$work/$1.out")"
+    fi
+  }
+  # The ERROR entries logged since line $1, the date left out.
+  errors_since() { tail -n +"$(($1 + 1))" "$log" | tr -d '\r' | cut -f2-8 | awk -F'\t' '$3 == "ERROR"'; }
+  # Up to the error number: the code a system call left last is incidental there.
+  same_errors() { [ "$(errors_since "$1" | cut -f1-5)" = "$(echo "$ref_errors" | cut -f1-5)" ]; }
+  # The next day's pass: the stored record is another day's, so the pass rewrites it.
+  next_day() { sed -i 's/^DT=[^\r]*/DT=2020-1-1/I' "$sch"; }
+
+  run_pass locked-first
+  ended locked-first
+  ref_keys=$(ini_keys "$sch")
+  # The status post finds no site: the same ERROR entries on every such pass.
+  ref_errors=$(errors_since 0)
+  grep -qi '^LDwnRDate=' "$sch" && ok "SchPatch.ini: $(echo $ref_keys)" || fail "the first pass stamped no run in SchPatch.ini"
+  next_day
+
+  echo "  -- the activity log and SchPatch.ini held"
+  urls="$prog/DwldURL.txt"
+  printf 'http://127.0.0.1:18082/pm/stale.exe\r\n' >"$urls"
+  cp "$log" "$work/log.before"; cp "$sch" "$work/sch.before"
+  if hold "$log_win" "$prog_win\\SchPatch.ini"; then
+    run_pass locked-held
+    ended locked-held
+    cmp -s "$log" "$work/log.before" && ok "the held log is unchanged" || fail "the held log changed"
+    cmp -s "$sch" "$work/sch.before" && ok "the held SchPatch.ini is unchanged" || fail "the held SchPatch.ini changed"
+    [ -f "$urls" ] && [ ! -s "$urls" ] && ok "the pass went on without its log (DwldURL.txt started anew)" \
+      || fail "the pass stopped early: DwldURL.txt not started anew"
+    release
+    before=$(wc -l <"$log")
+    run_pass locked-after
+    ended locked-after
+    same_errors "$before" && ok "the first pass's ERROR entries, no other" \
+      || fail "ERROR entries after the release: $(errors_since "$before")"
+    [ "$(ini_keys "$sch")" = "$ref_keys" ] && ok "SchPatch.ini has the first pass's keys" \
+      || fail "SchPatch.ini's keys: $(ini_keys "$sch" | tr '\n' ' ')"
+    today=$(date +%Y-%-m-%-d)
+    grep -qix "DT=$today"$'\r\\?' "$sch" && ok "SchPatch.ini rewritten: DT=$today" || fail "SchPatch.ini's DT: $(grep -i '^DT=' "$sch")"
+  else
+    fail "the holder did not take the log and SchPatch.ini: $(cat "$work/holder.out")"
+    release
+  fi
+
+  echo "  -- DwldURL.txt held"
+  next_day
+  printf 'http://127.0.0.1:18082/pm/stale.exe\r\n' >"$urls"
+  cp "$urls" "$work/urls.before"
+  if hold "$prog_win\\DwldURL.txt"; then
+    before=$(wc -l <"$log")
+    run_pass locked-urls
+    ended locked-urls
+    cmp -s "$urls" "$work/urls.before" && ok "the held DwldURL.txt is unchanged" || fail "the held DwldURL.txt changed"
+    # The list cannot be started anew: the pass goes to its error handler and closes down.
+    errors=$(errors_since "$before")
+    [ "$errors" = $'ModMain\tMain\tERROR\tIn Main.\t70\tPermission denied\t32' ] \
+      && ok "logged: In Main. 70 Permission denied 32 (a sharing violation)" || fail "ERROR entries: $errors"
+    release
+    before=$(wc -l <"$log")
+    run_pass locked-urls-after
+    ended locked-urls-after
+    same_errors "$before" && ok "the first pass's ERROR entries, no other" \
+      || fail "ERROR entries after the release: $(errors_since "$before")"
+    [ -f "$urls" ] && [ ! -s "$urls" ] && ok "DwldURL.txt started anew" || fail "DwldURL.txt not started anew"
+  else
+    fail "the holder did not take DwldURL.txt: $(cat "$work/holder.out")"
+    release
+  fi
+  # Four passes logged (the one under the held log could not).
+  check_log "$log" 4
+  if [ "$failures" -gt "$locked_start" ] && [ -f "$log" ]; then echo "  --- the log:"; tr -d '\r' < "$log" | sed 's/^/  | /'; fi
+  finish
+fi
 
 if [ "$failures" -gt 0 ]; then
   echo "wine-pass: $failures checks FAILED (prefixes kept in $work)"
