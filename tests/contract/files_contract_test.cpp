@@ -14,16 +14,6 @@ using contract::ContractTest;
 
 class Files : public ContractTest {};
 
-// The error number a call fails with; 0 when it does not fail.
-int32_t errorOf(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const ComError& e) {
-        return e.number();
-    }
-    return 0;
-}
-
 TEST_F(Files, FailuresCarryTheRuntimesNumbers) {
     FileSystem& fs = files();
     fs.writeAll(at("locked.txt"), "x");
@@ -55,7 +45,7 @@ TEST_F(Files, FailuresCarryTheRuntimesNumbers) {
             std::cout << "[ SKIPPED  ] " << c.what << ": this file system lets read-only files be written\n";
             continue;
         }
-        EXPECT_EQ(c.number, errorOf(c.call)) << c.what;
+        EXPECT_EQ(c.number, contract::errorOf(c.call).number()) << c.what;
     }
     if (readOnlyStopsWriting) {
         EXPECT_EQ("x", fs.readAll(at("locked.txt"))) << "the failed writes left it alone";

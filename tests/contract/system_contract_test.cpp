@@ -31,16 +31,16 @@ TEST_F(System, ComputerNameFillsTheBufferAndReportsItsLength) {
     EXPECT_EQ(size + 1, smallSize) << "too small: the size needed, with its NUL";
 }
 
-TEST_F(System, PathsOfTheExecutableAndTheSystemFolder) {
+// The executable's and the system folder's paths, an NT version, no start of a missing program.
+TEST_F(System, PathsVersionAndPrograms) {
     std::string exe = sys().exePath();
     EXPECT_TRUE(endsWithNoCase(exe, ".exe")) << exe;
     EXPECT_EQ(":\\", exe.substr(1, 2)) << exe;
     std::string dir = sys().systemDirectory();
     EXPECT_TRUE(endsWithNoCase(dir, "\\system32")) << dir;
     EXPECT_EQ(":\\", dir.substr(1, 2)) << dir;
-}
+    EXPECT_FALSE(sys().startHidden("C:\\KPMContract\\no such program.exe /x"));
 
-TEST_F(System, VersionIsAnNtVersion) {
     OsVersion v;
     v.platformId = 0;
     v.major = 0;
@@ -56,10 +56,6 @@ TEST_F(System, TheSingleInstanceMutexCanBeAcquiredOnce) {
     EXPECT_TRUE(sys().acquireSingleInstance(name));
     EXPECT_FALSE(sys().acquireSingleInstance(name)) << "it exists while held";
     EXPECT_TRUE(sys().acquireSingleInstance(name + "_other"));
-}
-
-TEST_F(System, StartingAMissingProgramFails) {
-    EXPECT_FALSE(sys().startHidden("C:\\KPMContract\\no such program.exe /x"));
 }
 
 TEST_F(System, GeneralDateIsShortDateBlankLongTime) {

@@ -24,15 +24,6 @@ protected:
     bool loaded = false;
 };
 
-int32_t errorNumber(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const ComError& e) {
-        return e.number();
-    }
-    return 0;
-}
-
 const char* kSchedule =
     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n"
     "<!-- delivered by the management site -->\r\n"
@@ -72,7 +63,7 @@ TEST_F(Xml, ChildrenByPositionAndTheirTextValues) {
     EXPECT_EQ(" a comment is a child too ", children.obj("item", 1).get("nodeValue").toString());
     // A position past the end is Nothing; reading from Nothing is error 91.
     EXPECT_FALSE(children.get("item", 4).dispatch());
-    EXPECT_EQ(err::ObjectVariableNotSet, errorNumber([&] { children.obj("item", 4).get("text"); }));
+    EXPECT_EQ(err::ObjectVariableNotSet, contract::errorOf([&] { children.obj("item", 4).get("text"); }).number());
     // An element has no node value: Null, which is no text.
     EXPECT_TRUE(element.get("nodeValue").isNull());
 }
@@ -90,7 +81,8 @@ TEST_F(Xml, AttributesByPositionAndNames) {
         EXPECT_EQ(values[i], attributes.obj("item", i).get("nodeValue").toString()) << i;
         EXPECT_EQ(values[i], attributes.obj("item", i).get("nodeTypedValue").toString()) << i;
     }
-    EXPECT_EQ(err::ObjectVariableNotSet, errorNumber([&] { attributes.obj("item", 3).get("nodeValue"); }));
+    EXPECT_EQ(err::ObjectVariableNotSet,
+              contract::errorOf([&] { attributes.obj("item", 3).get("nodeValue"); }).number());
 }
 
 TEST_F(Xml, ElementsByTagNameAndPaths) {
@@ -120,13 +112,18 @@ TEST_F(Xml, ADocumentThatDoesNotParseIsEmpty) {
 }
 
 TEST_F(Xml, LoadReadsAFileByWindowsPath) {
-    const std::string path = at("MSUpd.xml");
-    files().writeAll(path, kSchedule);
+    files().writeAll(at("MSUpd.xml"), kSchedule);
+    files().writeAll(at("bom.xml"), "\xEF\xBB\xBF<?xml version=\"1.0\"?>\r\n<a><b>1</b></a>\r\n");
+    files().writeAll(at("bad.xml"), "<a><b>1</b>");
     Object doc = automation().createObject("MSXML2.DOMDocument");
-    EXPECT_TRUE(doc.call("Load", path).toBool());
+    EXPECT_TRUE(doc.call("Load", at("MSUpd.xml")).toBool());
     EXPECT_EQ(2, doc.call("getElementsByTagName", "autopatchdeploy").toObject().get("length").toLong());
-    EXPECT_FALSE(doc.call("Load", at("missing.xml")).toBool());
-    EXPECT_EQ(0, doc.obj("childNodes").get("length").toLong());
+    EXPECT_TRUE(doc.call("Load", at("BOM.XML")).toBool());  // names ignore case; the BOM is no node
+    EXPECT_EQ(2, doc.obj("childNodes").get("length").toLong());
+    for (const char* name : {"bad.xml", "missing.xml"}) {
+        EXPECT_FALSE(doc.call("Load", at(name)).toBool()) << name;
+        EXPECT_EQ(0, doc.obj("childNodes").get("length").toLong()) << name;
+    }
 }
 
 }  // namespace

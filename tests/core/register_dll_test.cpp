@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
-#include <iterator>
 
 #include "driver/run_state.h"
 #include "support/test_machine.h"
@@ -115,8 +113,7 @@ TEST(RegisteDLL, ComponentsPresentRegisteredOrEndingThePass) {
         EXPECT_EQ(msgs.back(), "ModComman|CloseAll|INFO|Application stopped.|||");
         const std::string separator = "ModMain|Main|INFO|" + std::string(53, '-') + "|||";
         EXPECT_EQ(std::count(msgs.begin(), msgs.end(), separator), c.passGoesOn ? 1 : 0);
-        std::ifstream in(m.root() / "started-processes.log", std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), c.started);
+        EXPECT_EQ(kpmtest::readHostFile(m.root() / "started-processes.log"), c.started);
         const std::string registry = m.registryText();
         if (c.started == regsvr32Job && c.passGoesOn) {
             // regsvr32 wrote the class's keys, the way the DLL registers itself.

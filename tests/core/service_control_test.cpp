@@ -3,9 +3,6 @@
 // machine.ini keeps it, and the simulated time the waits took.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "log/w3c_log.h"
 #include "platform/host.h"
 #include "support/test_machine.h"
@@ -18,13 +15,6 @@ namespace {
 
 const char* const kServiceKey = "SYSTEM\\CurrentControlSet\\Services\\wuauserv";
 
-std::string readHost(const std::filesystem::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 // A machine whose wuauserv key holds `startLine` (no key when it is empty)
 // and whose machine.ini has `extraIni` appended; open, with the log open and
 // the service key set as AutoUpdateReg sets it.
@@ -32,7 +22,7 @@ void prepare(TestMachine& m, const std::string& startLine, const std::string& ex
     if (!startLine.empty())
         m.setRegistry(TestMachine::agentRegistry() + "[HKEY_LOCAL_MACHINE\\" + kServiceKey + "]\r\n" + startLine +
                       "\r\n");
-    m.setMachineIni(readHost(m.root() / "machine.ini") + extraIni);
+    m.setMachineIni(kpmtest::readHostFile(m.root() / "machine.ini") + extraIni);
     m.open(kpmtest::at("2026-11-15T16:10:00"));
     kpm::OpenW3CLog();
     kpm::policyKeys.ServiceKey = kServiceKey;
@@ -40,7 +30,7 @@ void prepare(TestMachine& m, const std::string& startLine, const std::string& ex
 
 // The service's line in machine.ini, "" when it has none.
 std::string serviceLine(const TestMachine& m, const std::string& name) {
-    std::string text = readHost(m.root() / "machine.ini");
+    std::string text = kpmtest::readHostFile(m.root() / "machine.ini");
     size_t at = text.find("\n" + name + "=");
     if (at == std::string::npos) return "";
     size_t end = text.find_first_of("\r\n", at + 1);

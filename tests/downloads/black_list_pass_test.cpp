@@ -31,13 +31,13 @@ std::vector<std::string> gatewayFails(const std::string& url = kpmtest::kGateway
                          "Download_BlackList|INFO|Attempt|3||",
                          "Download_BlackList|ERROR|Download Failed 3 times , Aborting download now|||"});
 }
-// The data center's first try failed; the second, from its own procedure, makes `attempts` attempts, then `tail`.
-std::vector<std::string> secondTry(int attempts, const std::vector<std::string>& tail) {
+// The data center's first try failed; the second, from its own procedure, makes one attempt, then `tail`.
+std::vector<std::string> secondTry(const std::vector<std::string>& tail) {
     std::vector<std::string> e = {kDcFailed, "DCDownload|INFO|Attempt 2nd Downloading again|||",
                                   "Download_BlackList_FromDC|INFO|Downloading Black List From DC|||",
                                   "Download_BlackList_FromDC|INFO|URL|" + std::string(kpmtest::kDataCenterZip) + "||",
-                                  "Download_BlackList_FromDC|INFO|File name|wblist.zip||"};
-    for (int i = 1; i <= attempts; ++i) e.push_back("Download_BlackList_FromDC|INFO|Attempt: |" + std::to_string(i) + "||");
+                                  "Download_BlackList_FromDC|INFO|File name|wblist.zip||",
+                                  "Download_BlackList_FromDC|INFO|Attempt: |1||"};
     e.insert(e.end(), tail.begin(), tail.end());
     return e;
 }
@@ -83,18 +83,11 @@ TEST(BlackListPass, SourcesInTurn) {
              m.sites().setFault("dc", zipPath, sites::Fault::withStatus(500, 1));
          },
          gatewayFails(),
-         secondTry(1, {"Download_BlackList_FromDC|INFO|Download Complete..File copied to|" + kShort + "\\wblist.zip||",
+         secondTry({"Download_BlackList_FromDC|INFO|Download Complete..File copied to|" + kShort + "\\wblist.zip||",
                        "DCDownload|INFO|Downloaded Successfully from the DataCenter|||"}),
          then(gateway404, {"dc GET /updates/wblist/wblist.zip 500", "dc GET /updates/wblist/wblist.zip 200"}),
          true,
          true},
-        {"no source answers",
-         [](DownloadMachine& m) { m.sites().setFault("dc", "*", sites::Fault::refuse()); },
-         gatewayFails(),
-         secondTry(3, {"Download_BlackList_FromDC|ERROR|Download Failed 3 times , Aborting download now|||", kDcFailed}),
-         gateway404,
-         true,
-         false},
     };
     // Archives the unzip refuses: the pass goes on without a black list.
     struct Bad {
@@ -109,8 +102,6 @@ TEST(BlackListPass, SourcesInTurn) {
              auto p = m.root() / "sites" / "dc" / "updates" / "wblist" / "wblist.zip";
              std::filesystem::resize_file(p, std::filesystem::file_size(p) / 2);
          },
-         "not a zip archive"},
-        {"not an archive at all", [&](DownloadMachine& m) { m.serve("dc", zipPath, "<html>maintenance</html>"); },
          "not a zip archive"},
         {"an entry that would leave the folder",
          [&](DownloadMachine& m) {

@@ -38,11 +38,6 @@ const std::string kCatalog =
     kPatch + "\"/></update></updates>";
 const std::string kStopped = "ModComman|CloseAll|INFO|Application stopped.|||";
 
-std::string hostText(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 // The machine on a download day: one missing update whose file only the
 // gateway has (never Microsoft: the gateway is mandatory), the black list on
 // its own host (so a refused site takes one channel only) and, zipped, at the
@@ -51,7 +46,7 @@ std::string hostText(const fs::path& p) {
 void world(DownloadMachine& m, const std::string& machineExtra = "") {
     const std::string manage = "=127.0.0.1:" + std::to_string(m.sites().port("manage")) + "\r\n";
     m.writeMachineIni("127.0.0.1:18080" + manage + "127.0.0.1:18081" + manage + machineExtra);
-    std::string ini = hostText(m.root() / "machine.ini");
+    std::string ini = kpmtest::readHostFile(m.root() / "machine.ini");
     ini.replace(ini.find("PollWaitMs=20"), 13, "PollWaitMs=100");
     ini.replace(ini.find("StallSeconds=2"), 14, "StallSeconds=1");
     m.setMachineIni(ini);
@@ -106,10 +101,10 @@ Left inspect(DownloadMachine& m, size_t firstEntry) {
     // Any file on the drive named like a served file must be that file, whole.
     std::map<std::string, std::string> served;
     for (auto& e : fs::recursive_directory_iterator(m.root() / "sites"))
-        if (e.is_regular_file()) served[e.path().filename().string()] = hostText(e.path());
+        if (e.is_regular_file()) served[e.path().filename().string()] = kpmtest::readHostFile(e.path());
     for (auto& e : fs::recursive_directory_iterator(m.root() / "drives")) {
         auto s = served.find(e.path().filename().string());
-        if (e.is_regular_file() && s != served.end() && hostText(e.path()) != s->second)
+        if (e.is_regular_file() && s != served.end() && kpmtest::readHostFile(e.path()) != s->second)
             l.partial.push_back(e.path().filename().string());
     }
     l.temp = m.exists(kProgram + "\\Temp") || (fs::exists(m.root() / ".transfers") && !fs::is_empty(m.root() / ".transfers"));

@@ -109,8 +109,7 @@ std::vector<std::string> lines(const std::string& text) {
 }
 // A record the update agent keeps in the machine folder.
 std::vector<std::string> hostLines(const DownloadMachine& m, const char* record) {
-    std::ifstream in(m.root() / record);
-    return lines(std::string(std::istreambuf_iterator<char>(in), {}));
+    return lines(kpmtest::readHostFile(m.root() / record));
 }
 
 std::vector<std::string> cat(std::initializer_list<std::vector<std::string>> parts) {

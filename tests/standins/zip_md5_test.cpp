@@ -5,17 +5,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
 #include <random>
-#include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,18 +19,12 @@
 #include "standins/md5.h"
 #include "standins/zip_archive.h"
 #include "standins/zip_component.h"
+#include "support/test_machine.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using standins::ZipReader;
-
-std::string readFile(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 void writeFile(const fs::path& p, const std::string& bytes) {
     fs::create_directories(p.parent_path());
@@ -117,17 +107,17 @@ private:
         run(py + z + "normal.zip " + z + "absolute.zip sub/inner.txt=/abs.txt");
         run(py + z + "normal.zip " + z + "backslash.zip sub/inner.txt=sub\\\\..\\\\..\\\\x.txt");
 
-        const std::string normal = readFile(zip("normal.zip"));
+        const std::string normal = kpmtest::readHostFile(zip("normal.zip"));
         writeFile(zip("truncated.zip"), normal.substr(0, normal.size() / 2));
         writeFile(zip("tailcut.zip"), normal.substr(0, normal.size() - 5));
         // 50 bytes taken out of the first entry's data: the directory's offsets no longer fit.
         writeFile(zip("hollow.zip"), normal.substr(0, firstDataOffset(normal) + 10) +
                                          normal.substr(firstDataOffset(normal) + 60));
-        std::string bad = readFile(zip("stored.zip"));
+        std::string bad = kpmtest::readHostFile(zip("stored.zip"));
         bad[firstDataOffset(bad) + 1000] ^= 0x5A;
         writeFile(zip("badstored.zip"), bad);
         // The second of two stored entries damaged: the first is unpacked before it is met.
-        bad = readFile(zip("two.zip"));
+        bad = kpmtest::readHostFile(zip("two.zip"));
         bad[bad.find(stored.substr(0, 256)) + 300] ^= 0x5A;
         writeFile(zip("badsecond.zip"), bad);
         bad = normal;
@@ -227,7 +217,7 @@ TEST(ZipReaders, BothBackendsReadTheSameArchivesAlike) {
 // right bytes, never a crash or a read out of bounds (the suite runs under ASan).
 TEST(ZipReaders, DamagedArchivesFailCleanly) {
     Scratch& s = Scratch::get();
-    const std::string normal = readFile(s.zip("normal.zip"));
+    const std::string normal = kpmtest::readHostFile(s.zip("normal.zip"));
     const fs::path probe = s.root() / "probe.zip";
     auto readAll = [&](const Backend& b) {
         std::string error;
@@ -277,65 +267,14 @@ TEST(ZipReaders, EntryNamesThatLeaveTheFolderAreUnsafe) {
 
 // ---- the component ----------------------------------------------------------
 
-// Windows paths here are host paths with "\" for "/"; each file is written
-// under "<name>.partial" and renamed on commit, as the real targets do.
-std::string hostPath(std::string windowsPath) {
-    std::replace(windowsPath.begin(), windowsPath.end(), '\\', '/');
-    return windowsPath;
-}
-
-class TestTarget : public standins::FileTarget {
-public:
-    bool begin(const std::string& destination, std::string& error) override {
-        final_ = hostPath(destination);
-        temp_ = final_ + ".partial";
-        out_.open(temp_, std::ios::binary | std::ios::trunc);
-        if (!out_) error = "cannot create " + temp_;
-        return bool(out_);
-    }
-    bool write(const char* data, size_t size, std::string& error) override {
-        out_.write(data, static_cast<std::streamsize>(size));
-        if (!out_) error = "write failed";
-        return bool(out_);
-    }
-    bool commit(std::string& error) override {
-        out_.close();
-        std::error_code ec;
-        fs::rename(temp_, final_, ec);
-        if (ec) error = ec.message();
-        return !ec;
-    }
-    void abandon() override {
-        if (out_.is_open()) out_.close();
-        std::error_code ec;
-        if (!temp_.empty()) fs::remove(temp_, ec);
-    }
-
-private:
-    std::ofstream out_;
-    std::string final_, temp_;
-};
-
-class TestHost : public standins::StandinHost {
-public:
-    std::unique_ptr<standins::Transport> newTransport() override { return nullptr; }
-    std::unique_ptr<standins::FileTarget> newFileTarget() override { return std::make_unique<TestTarget>(); }
-    bool makeFolders(const std::string& folder) override {
-        std::error_code ec;
-        fs::create_directories(hostPath(folder), ec);
-        return !ec;
-    }
-    std::string readablePath(const std::string& path) override {
-        return fs::is_regular_file(hostPath(path)) ? hostPath(path) : std::string();
-    }
-};
-
+// The component runs over a simulated machine's stand-in host, as the sim's
+// passes use it; the archives are copied onto its drive C:.
 // Every file below `folder`, relative, with its bytes.
 std::map<std::string, std::string> filesBelow(const fs::path& folder) {
     std::map<std::string, std::string> out;
     if (!fs::exists(folder)) return out;
     for (const auto& e : fs::recursive_directory_iterator(folder))
-        if (e.is_regular_file()) out[fs::relative(e.path(), folder).string()] = readFile(e.path());
+        if (e.is_regular_file()) out[fs::relative(e.path(), folder).string()] = kpmtest::readHostFile(e.path());
     return out;
 }
 
@@ -372,15 +311,18 @@ TEST(ZipComponent, UnzipWritesEverythingOrStopsCleanly) {
         {"text.zip", 0, -1, {"No zip archive is open"}, {}},
         {"missing.zip", 0, -1, {"No zip archive is open"}, {}},
     };
-    auto host = std::make_shared<TestHost>();
+    kpmtest::TestMachine m(true);
+    for (const auto& e : fs::directory_iterator(s.root() / "zips"))
+        m.writeFile("C:\\zips\\" + e.path().filename().string(), kpmtest::readHostFile(e.path()));
+    auto host = m.open(kpmtest::at("2026-11-15T16:10:00")).standinHost();
     int n = 0;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.archive);
         platform::Object zip(std::make_shared<standins::ZipComponent>(host));
-        const fs::path out = s.root() / "out" / std::to_string(n++);
-        const std::string outWin = out.string() + "\\unpacked";
+        const std::string outWin = "C:\\out\\" + std::to_string(n++) + "\\unpacked";
+        const fs::path out = m.hostPath(outWin);
 
-        EXPECT_EQ(zip.call("OpenZip", s.zip(c.archive).string()).toLong(), c.opened);
+        EXPECT_EQ(zip.call("OpenZip", std::string("C:\\zips\\") + c.archive).toLong(), c.opened);
         if (c.opened == 0) { EXPECT_NE(zip.get("lasterrortext").toString(), ""); }
         EXPECT_EQ(zip.call("UNZIP", outWin).toLong(), c.unzipped);
         const std::string error = zip.get("LastErrorText").toString();
@@ -388,10 +330,11 @@ TEST(ZipComponent, UnzipWritesEverythingOrStopsCleanly) {
         for (const auto& part : c.errorHas) EXPECT_NE(error.find(part), std::string::npos) << error;
         // Exactly the expected files: nothing from a refused archive, no
         // partial file of a damaged entry, no temporary left over.
-        const auto written = filesBelow(out / "unpacked");
+        const auto written = filesBelow(out);
         EXPECT_EQ(names(written), names(c.files));
         EXPECT_TRUE(written == c.files) << "contents differ";
-        if (c.refused) { EXPECT_FALSE(fs::exists(out / "unpacked")); }
+        if (c.refused) { EXPECT_FALSE(fs::exists(out)); }
+        EXPECT_TRUE(filesBelow(m.root() / ".transfers").empty());
 
         zip.call("CloseZip");
         zip.call("CloseZip");

@@ -22,6 +22,13 @@ platform::DateTime at(const char* iso) {
     return t;
 }
 
+std::string readHostFile(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
 namespace {
 
 std::atomic<int> g_counter{0};
@@ -30,14 +37,6 @@ void writeHostFile(const fs::path& p, const std::string& content) {
     fs::create_directories(p.parent_path());
     std::ofstream out(p, std::ios::binary);
     out << content;
-}
-
-std::string readHostFile(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    if (!in) return {};
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
 }
 
 const char* kMachineIni =

@@ -23,6 +23,8 @@ inline constexpr const char* kLogPath =
     "wppatchmanagementDownload_R1_patchlog.log";
 
 platform::DateTime at(const char* iso);
+// A file of the computer running the tests; empty when there is none.
+std::string readHostFile(const std::filesystem::path& p);
 
 // The web-post configuration every test agent gets: both document kinds
 // posted to 127.0.0.1:18080, secondary 127.0.0.1:18081.

@@ -103,11 +103,6 @@ TEST(Win32Variant, NumbersGoOutAsLongOrEightByteIntegers) {
         {Variant(5), VT_I4},
         {Variant(-2147483647 - 1), VT_I4},
         {Variant(2147483648LL), VT_I8},
-        {Variant(true), VT_BOOL},
-        {Variant(1.5), VT_R8},
-        {Variant(Variant::DateTag{1.0}), VT_DATE},
-        {Variant(), VT_EMPTY},
-        {Variant::null(), VT_NULL},
     };
     for (const auto& c : cases) {
         UniqueVariant v;
@@ -210,23 +205,6 @@ TEST(Win32Errors, ExceptionInfoInEachFormServersUse) {
     ComError e = errorFromHresult(DISP_E_EXCEPTION, &deferred);
     EXPECT_EQ(static_cast<int32_t>(0x80040201), e.number());
     EXPECT_EQ("filled in later", e.description());
-}
-
-TEST(Win32Errors, ServerExceptionInfoComesBackAsTheSameError) {
-    const ComError sent[] = {
-        ComError(53, "KDowFile", "File not found"),
-        ComError(13579, "OpenSCManager", "step failed"),
-        ComError(65535, "x", "largest runtime number"),
-        ComError(static_cast<int32_t>(0x80070005), "WUA", "Access is denied."),
-    };
-    for (const ComError& s : sent) {
-        EXCEPINFO ei{};
-        fillExcepInfo(s, ei);
-        ComError back = errorFromHresult(DISP_E_EXCEPTION, &ei);
-        EXPECT_EQ(s.number(), back.number());
-        EXPECT_EQ(s.source(), back.source());
-        EXPECT_EQ(s.description(), back.description());
-    }
 }
 
 // A registered class whose server DLL is not there. Windows answers

@@ -178,18 +178,6 @@ TEST_F(XmlDom, NestingBeyondTheLimitDoesNotLoad) {
     }
 }
 
-TEST_F(XmlDom, LoadReadsWindowsPathsThroughTheMachine) {
-    machine.writeFile("C:\\Data\\ok.xml", "\xEF\xBB\xBF<?xml version=\"1.0\"?>\r\n<a><b>1</b></a>\r\n");
-    machine.writeFile("C:\\Data\\bad.xml", "<a><b>1</b>");
-    for (const auto& [path, top] : std::vector<std::pair<const char*, int64_t>>{
-             {"C:\\DATA\\OK.XML", 2}, {"C:\\Data\\bad.xml", 0}, {"C:\\Data\\missing.xml", 0}}) {
-        SCOPED_TRACE(path);
-        ASSERT_TRUE(doc.call("loadXML", "<previous/>").toBool());
-        EXPECT_EQ(doc.call("Load", path).toBool(), top > 0);
-        EXPECT_EQ(doc.obj("childNodes").get("length").toLong(), top);
-    }
-}
-
 TEST_F(XmlDom, NodesOutliveAReloadAndWhiteSpaceCanBeKept) {
     ASSERT_TRUE(doc.call("LOADXML", "<a>\r\n  <b> old </b>\r\n</a>").toBool());
     Object b = doc.get("documentElement").toObject().obj("FirstChild");
