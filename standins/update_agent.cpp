@@ -113,10 +113,19 @@ void writeRecord(const std::string& source, const std::filesystem::path& file, c
         text << '[' << s.name << "]\n";
         for (const auto& [k, v] : s.entries) text << k << '=' << v << '\n';
     }
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    // Written beside it and moved over it: a pass killed halfway leaves the
+    // old record or the new one, never half of one.
+    std::filesystem::path staged = file;
+    staged += ".new";
+    std::ofstream out(staged, std::ios::binary | std::ios::trunc);
     out << text.str();
     out.close();
-    if (!out) recordFailed(source, file);
+    std::error_code ec;
+    if (out) std::filesystem::rename(staged, file, ec);
+    if (!out || ec) {
+        std::filesystem::remove(staged, ec);
+        recordFailed(source, file);
+    }
 }
 
 constexpr const char* kServicePrefix = "Service ";
