@@ -17,29 +17,10 @@ set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/wine-agent.sh"
 exe="" standins="" cipher="" kdowfile="" floor="" maker="" sites="" work="" sim="" scale=10 runs=3
-while [ $# -gt 0 ]; do
-  case "$1" in
-    --exe) exe=$2; shift 2 ;;
-    --standins) standins=$2; shift 2 ;;
-    --cipher) cipher=$2; shift 2 ;;
-    --kdowfile) kdowfile=$2; shift 2 ;;
-    --floor) floor=$2; shift 2 ;;
-    --maker) maker=$2; shift 2 ;;
-    --sites) sites=$2; shift 2 ;;
-    --work) work=$2; shift 2 ;;
-    --sim) sim=$2; shift 2 ;;
-    --scale) scale=$2; shift 2 ;;
-    --runs) runs=$2; shift 2 ;;
-    *) sed -n 2,4p "$0" >&2; exit 2 ;;
-  esac
-done
-for f in "$exe" "$standins" "$cipher" "$kdowfile" "$floor" "$maker" "$sites"; do
-  [ -n "$f" ] && [ -f "$f" ] || { echo "wine-big-pass: missing input '$f'" >&2; exit 2; }
-done
+take_options "exe standins cipher kdowfile floor maker sites work sim scale runs" "$@"
+require_files "$exe" "$standins" "$cipher" "$kdowfile" "$floor" "$maker" "$sites"
 [ -n "$work" ] || { echo "wine-big-pass: --work DIR is required" >&2; exit 2; }
-wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
-[ -x "$wine64" ] || { echo "SKIPPED: wine64 not available"; exit 77; }
-wineserver=$(dirname "$wine64")/wineserver
+find_wine64
 work=$(realpath -m "$work")
 rm -rf "$work" && mkdir -p "$work"
 export WINEDEBUG=${WINEDEBUG:--all} LC_ALL=C.UTF-8 WINEDLLOVERRIDES="mscoree,mshtml=" WINEPREFIX=$work/prefix

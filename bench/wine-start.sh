@@ -11,26 +11,12 @@
 # Exit status: 0 done, 2 usage, 77 skipped (no wine64).
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
+. "$root/scripts/wine-agent.sh"
 exe="" standins="" cipher="" kdowfile="" floor="" work="" runs=5
-while [ $# -gt 0 ]; do
-  case "$1" in
-    --exe) exe=$2; shift 2 ;;
-    --standins) standins=$2; shift 2 ;;
-    --cipher) cipher=$2; shift 2 ;;
-    --kdowfile) kdowfile=$2; shift 2 ;;
-    --floor) floor=$2; shift 2 ;;
-    --work) work=$2; shift 2 ;;
-    --runs) runs=$2; shift 2 ;;
-    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --kdowfile DLL --floor EXE --work DIR [--runs N]" >&2; exit 2 ;;
-  esac
-done
-for f in "$exe" "$standins" "$cipher" "$kdowfile" "$floor"; do
-  [ -n "$f" ] && [ -f "$f" ] || { echo "wine-start: missing input '$f'" >&2; exit 2; }
-done
+take_options "exe standins cipher kdowfile floor work runs" "$@"
+require_files "$exe" "$standins" "$cipher" "$kdowfile" "$floor"
 [ -n "$work" ] || { echo "wine-start: --work DIR is required" >&2; exit 2; }
-wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
-[ -x "$wine64" ] || { echo "SKIPPED: wine64 not available"; exit 77; }
-wineserver=$(dirname "$wine64")/wineserver
+find_wine64
 work=$(realpath -m "$work")
 rm -rf "$work" && mkdir -p "$work"
 export WINEDEBUG=-all LC_ALL=C.UTF-8 WINEDLLOVERRIDES="mscoree,mshtml=" WINEPREFIX=$work/prefix

@@ -1,5 +1,7 @@
-# wine-agent.sh: sourced by the Wine pass scripts; what every managed
-# computer they make in a prefix shares. Needs $wine64 and WINEPREFIX set.
+# wine-agent.sh: sourced by the Wine scripts (scripts/wine-*.sh, bench/wine-*.sh):
+# their options, finding wine64, and what every managed computer they make in
+# a prefix shares (install_standins and use_internet_proxy need $wine64 and
+# WINEPREFIX set).
 
 # install_standins STANDINS_DLL INSTALL_DIR INSTALL_WIN
 # The stand-in COM server registered from C:\KPMStandins (Windows' classes the
@@ -29,4 +31,41 @@ use_internet_proxy() {
   "$wine64" reg add "$inet" /v ProxyEnable /t REG_DWORD /d 1 /f >/dev/null 2>&1
   "$wine64" reg add "$inet" /v ProxyServer /d "$1" /f >/dev/null 2>&1
   "$wine64" reg add "$inet" /v ProxyOverride /d '127.0.0.1;localhost;<local>' /f >/dev/null 2>&1
+}
+
+# take_options "NAME..." ARGS...: each "--NAME VALUE" among ARGS sets the
+# caller's variable NAME (declared beforehand); a NAME listed as "NAME!" is a
+# flag that "--NAME" sets to 1. Anything else prints the calling script's
+# synopsis (its header up to the first bare "#") and exits 2.
+take_options() {
+  local names=" $1 " opt
+  shift
+  while [ $# -gt 0 ]; do
+    opt=${1#--}
+    if [ "$opt" != "$1" ] && [[ $names == *" $opt! "* ]]; then
+      printf -v "$opt" 1
+      shift
+    elif [ "$opt" != "$1" ] && [[ $names == *" $opt "* ]] && [ $# -ge 2 ]; then
+      printf -v "$opt" '%s' "$2"
+      shift 2
+    else
+      sed -n '2,/^#$/{/^#$/d;s/^# \{0,1\}/usage: /;s/^usage:  /       /;p}' "$0" >&2
+      exit 2
+    fi
+  done
+}
+
+# require_files FILE...: each named and present, else the script exits 2.
+require_files() {
+  local f
+  for f in "$@"; do
+    [ -n "$f" ] && [ -f "$f" ] || { echo "$(basename "$0" .sh): missing input '$f'" >&2; exit 2; }
+  done
+}
+
+# find_wine64: sets wine64 and wineserver, or the script says it is skipped (77).
+find_wine64() {
+  wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
+  [ -x "$wine64" ] || { echo "SKIPPED: wine64 not available"; exit 77; }
+  wineserver=$(dirname "$wine64")/wineserver
 }

@@ -12,23 +12,9 @@ set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/wine-agent.sh"
 exe="" standins="" cipher="" kdowfile="" sim="" work=""
-while [ $# -gt 0 ]; do
-  case "$1" in
-    --exe) exe=$2; shift 2 ;;
-    --standins) standins=$2; shift 2 ;;
-    --cipher) cipher=$2; shift 2 ;;
-    --kdowfile) kdowfile=$2; shift 2 ;;
-    --sim) sim=$2; shift 2 ;;
-    --work) work=$2; shift 2 ;;
-    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --kdowfile DLL --sim KPMDWLD_SIM [--work DIR]" >&2; exit 2 ;;
-  esac
-done
-for f in "$exe" "$standins" "$cipher" "$kdowfile" "$sim"; do
-  [ -n "$f" ] && [ -f "$f" ] || { echo "wine-compare: missing input '$f'" >&2; exit 2; }
-done
-wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
-[ -x "$wine64" ] || { echo "SKIPPED: wine64 not available"; exit 77; }
-wineserver=$(dirname "$wine64")/wineserver
+take_options "exe standins cipher kdowfile sim work" "$@"
+require_files "$exe" "$standins" "$cipher" "$kdowfile" "$sim"
+find_wine64
 [ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-compare.XXXXXX)
 work=$(realpath -m "$work")
 rm -rf "$work" && mkdir -p "$work"

@@ -48,30 +48,13 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/wine-agent.sh"
 
 exe="" standins="" cipher="" kdowfile="" sites="" sim="" work="" offline=""
-while [ $# -gt 0 ]; do
-  case "$1" in
-    --exe) exe=$2; shift 2 ;;
-    --standins) standins=$2; shift 2 ;;
-    --cipher) cipher=$2; shift 2 ;;
-    --kdowfile) kdowfile=$2; shift 2 ;;
-    --sites) sites=$2; shift 2 ;;
-    --sim) sim=$2; shift 2 ;;
-    --work) work=$2; shift 2 ;;
-    --offline) offline=1; shift ;;
-    *) echo "usage: $0 --exe EXE --standins DLL --cipher DLL --kdowfile DLL [--sites KPM_SITES] [--work DIR] [--offline]" >&2
-       exit 2 ;;
-  esac
-done
+take_options "exe standins cipher kdowfile sites sim work offline!" "$@"
 if [ -n "$sim" ] && [ ! -x "$sim" ]; then
   echo "NOTE: no simulated runner at $sim: the comparison with the simulated machine is left out"
   sim=""
 fi
-for f in "$exe" "$standins" "$cipher" "$kdowfile"; do
-  [ -n "$f" ] && [ -f "$f" ] || { echo "wine-download-pass: missing input '$f'" >&2; exit 2; }
-done
-wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
-if [ ! -x "$wine64" ]; then echo "SKIPPED: wine64 not available"; exit 77; fi
-wineserver=$(dirname "$wine64")/wineserver
+require_files "$exe" "$standins" "$cipher" "$kdowfile"
+find_wine64
 [ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-download.XXXXXX)
 work=$(realpath -m "$work")
 rm -rf "$work" && mkdir -p "$work"

@@ -27,21 +27,9 @@ set -u
 . "$(dirname "$0")/wine-agent.sh"
 
 exe="" standins="" cipher="" holder="" work=""
-while [ $# -gt 0 ]; do
-  case "$1" in
-    --exe) exe=$2; shift 2 ;;
-    --standins) standins=$2; shift 2 ;;
-    --cipher) cipher=$2; shift 2 ;;
-    --holder) holder=$2; shift 2 ;;
-    --work) work=$2; shift 2 ;;
-    *) echo "usage: $0 --exe KPMDwld.exe [--standins DLL] [--cipher DLL] [--holder EXE] [--work DIR]" >&2; exit 2 ;;
-  esac
-done
-[ -n "$exe" ] && [ -f "$exe" ] || { echo "wine-pass: no executable: '$exe'" >&2; exit 2; }
-
-wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
-if [ ! -x "$wine64" ]; then echo "SKIPPED: wine64 not available"; exit 77; fi
-wineserver=$(dirname "$wine64")/wineserver
+take_options "exe standins cipher holder work" "$@"
+require_files "$exe"
+find_wine64
 [ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-pass.XXXXXX)
 work=$(realpath -m "$work")
 
