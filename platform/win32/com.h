@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <type_traits>
 
 #include "platform/automation.h"
 #include "platform/errors.h"
@@ -55,8 +56,9 @@ IDispatch* comPointer(const Dispatch* d);
 // "_NewEnum" (DISPID_NEWENUM) enumerates through d->enumerate().
 IDispatch* newDispatchAdapter(std::shared_ptr<Dispatch> d);
 
-// IUnknown for a server-side object that exposes one interface: starts with
-// one reference (the creator's) and deletes itself on its last Release.
+// IUnknown for a server-side object that exposes one interface (and IDispatch
+// when that interface is a dual one): starts with one reference (the
+// creator's) and deletes itself on its last Release.
 template <class Interface>
 class ComObject : public Interface {
 public:
@@ -67,7 +69,9 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
         if (!out) return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, iid_)) {
+        bool dual = false;
+        if constexpr (std::is_base_of_v<IDispatch, Interface>) dual = IsEqualIID(iid, IID_IDispatch);
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, iid_) || dual) {
             *out = static_cast<Interface*>(this);
             this->AddRef();
             return S_OK;

@@ -30,31 +30,19 @@ GUID guidOf(const char* text) {
     return g;
 }
 
+const IID& stringCipherIid() {
+    static const GUID iid = guidOf(kStringCipherIid);
+    return iid;
+}
+
 // The vtable method itself; IDispatch goes to an adapter over the same
 // stand-in object, so a late-bound caller gets the same answer.
-class StringCipherObject final : public IStringCipher {
+class StringCipherObject final : public platform::win32::ComObject<IStringCipher> {
 public:
     StringCipherObject()
-        : iid_(guidOf(kStringCipherIid)),
+        : ComObject(stringCipherIid()),
           inner_(ComPtr<IDispatch>::adopt(
               platform::win32::newDispatchAdapter(std::make_shared<StringCipherClass>()))) {}
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-        if (!out) return E_POINTER;
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) || IsEqualIID(iid, iid_)) {
-            *out = static_cast<IStringCipher*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&refs_)); }
-    ULONG STDMETHODCALLTYPE Release() override {
-        LONG n = InterlockedDecrement(&refs_);
-        if (n == 0) delete this;
-        return static_cast<ULONG>(n);
-    }
 
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* n) override { return inner_->GetTypeInfoCount(n); }
     HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT i, LCID lcid, ITypeInfo** info) override {
@@ -83,11 +71,7 @@ public:
     }
 
 private:
-    ~StringCipherObject() = default;
-
-    GUID iid_;
     ComPtr<IDispatch> inner_;
-    LONG refs_ = 1;
 };
 
 class StringCipherFactory final : public platform::win32::ComObject<IClassFactory> {
