@@ -71,7 +71,7 @@ cp "$floor" "$drive_c/append_floor.exe"
 # The agent's key, Windows' update values and the maker's classes (registered
 # with their DLLs in the install folder, as on the simulated machine).
 cp "$machine/registry.reg" "$work/machine.reg"
-"$wine64" regedit /S "$("$wine64" winepath -w "$work/machine.reg" 2>/dev/null)" >/dev/null 2>&1
+import_reg "$work/machine.reg" 'HKLM\SOFTWARE\Wow6432Node\VORNOD' || exit 1
 
 # The Microsoft window (days, from, to) widened to every day, all day.
 widen() {

@@ -41,7 +41,7 @@ cp "$standins" "$WINEPREFIX/drive_c/KPMStandins/KPMStandins.dll"
 printf '[Network]\r\n' >"$WINEPREFIX/drive_c/KPMStandins/network.ini"
 sed -i 's#^DownLoadSite=.*#DownLoadSite=http://127.0.0.1:9/updates\r#' "$WINEPREFIX/drive_c/$install_rel/VORNMobile.ini"
 cp "$demo/registry.reg" "$work/demo.reg"
-"$wine64" regedit /S "$("$wine64" winepath -w "$work/demo.reg" 2>/dev/null)" >/dev/null 2>&1
+import_reg "$work/demo.reg" 'HKLM\SOFTWARE\Wow6432Node\VORNOD' || exit 1
 
 # Milliseconds from the launch of "$@" until $log holds a line that is not a
 # header line; the program is then waited for.

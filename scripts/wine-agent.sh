@@ -33,6 +33,29 @@ use_internet_proxy() {
   "$wine64" reg add "$inet" /v ProxyOverride /d '127.0.0.1;localhost;<local>' /f >/dev/null 2>&1
 }
 
+# win_path PATH: the Windows name of a Unix path (drive Z: is the root), with
+# no Wine process to ask.
+win_path() {
+  local p
+  p=$(realpath -m "$1")
+  printf 'Z:%s' "${p//\//\\}"
+}
+
+# import_reg FILE KEY: FILE's keys into the prefix's registry, checked: KEY
+# must be there afterwards. regedit says nothing and exits 0 whatever
+# happened, so a missing KEY is tried again twice, and then reported (with
+# what regedit printed) and the function fails.
+import_reg() {
+  local file=$1 key=$2 try out
+  for try in 1 2 3; do
+    out=$("$wine64" regedit /S "$(win_path "$file")" 2>&1)
+    "$wine64" reg query "$key" >/dev/null 2>&1 && return 0
+    echo "import of $(basename "$file"), try $try: $key is missing afterwards${out:+; regedit: $out}" >&2
+    sleep 2
+  done
+  return 1
+}
+
 # take_options "NAME..." ARGS...: each "--NAME VALUE" among ARGS sets the
 # caller's variable NAME (declared beforehand); a NAME listed as "NAME!" is a
 # flag that "--NAME" sets to 1. Anything else prints the calling script's

@@ -18,6 +18,9 @@ find_wine64
 [ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-compare.XXXXXX)
 work=$(realpath -m "$work")
 rm -rf "$work" && mkdir -p "$work"
+failures=0
+fail() { echo "  FAIL: $*"; failures=$((failures + 1)); }
+ok() { echo "  ok: $*"; }
 
 export WINEDEBUG=-all LC_ALL=C.UTF-8 WINEDLLOVERRIDES="mscoree,mshtml="
 export WINEPREFIX=$work/prefix
@@ -57,7 +60,10 @@ awk 'BEGIN { print "[Network]" }
                          if (s != "[network]" && keep) print; next }
      keep && NF' "$demo/machine.ini" | tr -d '\r' | sed 's/$/\r/' >"$WINEPREFIX/drive_c/KPMStandins/network.ini"
 cp "$demo/registry.reg" "$work/demo.reg"
-"$wine64" regedit /S "$(WINEPREFIX=$WINEPREFIX "$wine64" winepath -w "$work/demo.reg" 2>/dev/null)" >/dev/null 2>&1
+agent_key='HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\VORNOD'
+# Without its key the pass finds no agent and ends at once, silently: a
+# failed import is said here, not left to the comparison below.
+import_reg "$work/demo.reg" "$agent_key" || fail "the demo's registry did not import into the prefix"
 
 # The simulated side: the same folder.
 cp -r "$demo" "$work/sim-machine"
@@ -88,9 +94,6 @@ wine_rc=$?
 "$sim" --now "$now" "$work/sim-machine" >"$work/sim.out" 2>&1
 sim_rc=$?
 
-failures=0
-fail() { echo "  FAIL: $*"; failures=$((failures + 1)); }
-ok() { echo "  ok: $*"; }
 [ "$wine_rc" = "$sim_rc" ] && ok "exit codes $wine_rc" || fail "exit codes: Wine $wine_rc, simulated $sim_rc"
 
 # Logs: header lines but the date, then every entry without its date-time.
@@ -129,10 +132,10 @@ diff -u "$work/sim.ini" "$work/wine.ini" >"$work/ini.diff" && ok "SchPatch.ini m
   || { fail "SchPatch.ini differs:"; sed 's/^/    /' "$work/ini.diff"; }
 
 # The agent's key as each side's registry holds it after the pass.
-"$wine64" regedit /E "$(WINEPREFIX=$WINEPREFIX "$wine64" winepath -w "$work/wine-agent.reg")" \
-  'HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\VORNOD' >/dev/null 2>&1
+"$wine64" regedit /E "$(win_path "$work/wine-agent.reg")" "$agent_key" >/dev/null 2>&1
 agent_values() {  # the value lines of the agent's key in a .reg file (any encoding)
   local text
+  [ -f "$1" ] || return 0
   if head -c 2 "$1" | od -An -tx1 | grep -q 'ff fe'; then text=$(iconv -f UTF-16LE -t UTF-8 "$1"); else text=$(cat "$1"); fi
   printf '%s\n' "$text" | tr -d '\r' | sed 's/^\xEF\xBB\xBF//' | awk '
     /^\[/ { inkey = (tolower($0) == "[hkey_local_machine\\software\\wow6432node\\vornod]"); next }
@@ -144,6 +147,9 @@ if [ -s "$work/wine-agent.txt" ] && diff -u "$work/sim-agent.txt" "$work/wine-ag
   ok "agent registry key matches ($(wc -l <"$work/wine-agent.txt") values)"
 else
   fail "agent registry key differs:"; sed 's/^/    /' "$work/reg.diff" 2>/dev/null
+fi
+if [ "$failures" -gt 0 ]; then
+  echo "  what the Wine pass printed (wine.out):"; head -n 20 "$work/wine.out" | sed 's/^/    /'
 fi
 
 "$wineserver" -k >/dev/null 2>&1 || true
