@@ -1,22 +1,27 @@
 #!/usr/bin/env bash
-# fuzz.sh [--seconds N] [--brief] [HARNESS ...]
+# fuzz.sh [--seconds N] [--brief] [--merge] [HARNESS ...]
 #
 # Builds the libFuzzer harnesses (fuzz/, clang with ASan and UBSan) in
 # build/fuzz and runs each for N seconds (default 600: a release check) on a
 # working copy of its checked-in corpus (fuzz/corpus/<harness>). --brief (CI)
 # replays the checked-in corpus and fuzzes 10 seconds each. New inputs that
 # grow coverage stay in build/fuzz/corpus; a crash leaves its input in
-# build/fuzz/findings and fails the script. Without names, every harness runs.
+# build/fuzz/findings and fails the script. --merge, instead of fuzzing, adds
+# to fuzz/corpus the inputs of build/fuzz/corpus that reach code the
+# checked-in corpus does not (libFuzzer's -merge=1): a release run's finds
+# then become CI's replay. Without names, every harness runs.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 seconds=600
+merge=0
 harnesses=()
 while [ $# -gt 0 ]; do
   case "$1" in
     --seconds) seconds=$2; shift 2 ;;
     --brief) seconds=10; shift ;;
-    -h|--help) sed -n 2,10p "$0"; exit 0 ;;
+    --merge) merge=1; shift ;;
+    -h|--help) sed -n 2,13p "$0"; exit 0 ;;
     *) harnesses+=("$1"); shift ;;
   esac
 done
@@ -39,6 +44,13 @@ for h in "${harnesses[@]}"; do
   seeds=fuzz/corpus/$h work=$build/corpus/$h
   mkdir -p "$work" "$seeds"
   printf '%-24s ' "$h"
+  if [ "$merge" = 1 ]; then
+    before=$(ls "$seeds" | wc -l)
+    ASAN_OPTIONS=detect_leaks=0 "$build/fuzz/$h" -merge=1 -timeout=20 -rss_limit_mb=2048 "$seeds" "$work" \
+      >"$build/$h.merge.log" 2>&1 || { echo "merge FAILED (log: build/fuzz/$h.merge.log)"; failed=1; continue; }
+    echo "merged: $before + $(($(ls "$seeds" | wc -l) - before)) inputs"
+    continue
+  fi
   # Leaks are checked by the test suite; here only crashes, hangs and memory blow-ups count.
   if ASAN_OPTIONS=detect_leaks=0 "$build/fuzz/$h" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 \
        -artifact_prefix="$build/findings/$h-" -print_final_stats=1 "$work" "$seeds" >"$build/$h.log" 2>&1; then
