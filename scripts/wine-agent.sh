@@ -33,27 +33,29 @@ use_internet_proxy() {
   "$wine64" reg add "$inet" /v ProxyOverride /d '127.0.0.1;localhost;<local>' /f >/dev/null 2>&1
 }
 
-# win_path PATH: the Windows name of a Unix path (drive Z: is the root), with
-# no Wine process to ask.
-win_path() {
-  local p
-  p=$(realpath -m "$1")
-  printf 'Z:%s' "${p//\//\\}"
-}
-
 # import_reg FILE KEY: FILE's keys into the prefix's registry, checked: KEY
-# must be there afterwards. regedit says nothing and exits 0 whatever
-# happened, so a missing KEY is tried again twice, and then reported (with
-# what regedit printed) and the function fails.
+# must be there afterwards. The file is read from drive C: (whatever Windows
+# name the host's folders would get), and since regedit says nothing and
+# exits 0 whatever happened, a missing KEY is tried again twice, then
+# reported (with what regedit printed) and the function fails.
 import_reg() {
   local file=$1 key=$2 try out
+  cp "$file" "$WINEPREFIX/drive_c/kpm-import.reg" || return 1
   for try in 1 2 3; do
-    out=$("$wine64" regedit /S "$(win_path "$file")" 2>&1)
-    "$wine64" reg query "$key" >/dev/null 2>&1 && return 0
+    out=$("$wine64" regedit /S 'C:\kpm-import.reg' 2>&1)
+    if "$wine64" reg query "$key" >/dev/null 2>&1; then rm -f "$WINEPREFIX/drive_c/kpm-import.reg"; return 0; fi
     echo "import of $(basename "$file"), try $try: $key is missing afterwards${out:+; regedit: $out}" >&2
     sleep 2
   done
   return 1
+}
+
+# export_reg KEY FILE: KEY and its subkeys as regedit writes them (by way of
+# drive C:, as above); FILE is missing when the key is.
+export_reg() {
+  rm -f "$WINEPREFIX/drive_c/kpm-export.reg" "$2"
+  "$wine64" regedit /E 'C:\kpm-export.reg' "$1" >/dev/null 2>&1
+  if [ -f "$WINEPREFIX/drive_c/kpm-export.reg" ]; then mv "$WINEPREFIX/drive_c/kpm-export.reg" "$2"; fi
 }
 
 # take_options "NAME..." ARGS...: each "--NAME VALUE" among ARGS sets the

@@ -49,7 +49,8 @@ cp "$exe" "$prog/KPMDwld.exe"
 cp "$cipher" "$prog/KEncDec.dll"
 # The maker's COM DLLs the demo has in its install folder: stand-in copies,
 # unregistered, as on the simulated side.
-install_standins "$standins" "$WINEPREFIX/drive_c/$install_rel" 'C:\Program Files\VORN\VORNMobile'
+install_standins "$standins" "$WINEPREFIX/drive_c/$install_rel" 'C:\Program Files\VORN\VORNMobile' \
+  || fail "regsvr32 of the stand-in COM server"
 # The download objects see the hosts the simulated machine sees: machine.ini's
 # [Network] and [Downloads] sections (an empty map when it has none); the
 # update agent stand-in its [WindowsUpdate] settings and its catalogue.
@@ -132,7 +133,7 @@ diff -u "$work/sim.ini" "$work/wine.ini" >"$work/ini.diff" && ok "SchPatch.ini m
   || { fail "SchPatch.ini differs:"; sed 's/^/    /' "$work/ini.diff"; }
 
 # The agent's key as each side's registry holds it after the pass.
-"$wine64" regedit /E "$(win_path "$work/wine-agent.reg")" "$agent_key" >/dev/null 2>&1
+export_reg "$agent_key" "$work/wine-agent.reg"
 agent_values() {  # the value lines of the agent's key in a .reg file (any encoding)
   local text
   [ -f "$1" ] || return 0
