@@ -176,11 +176,11 @@ printf '%s\r\n' \
   >"$install/VORNMobile.ini"
 key='HKLM\SOFTWARE\Wow6432Node\VORNOD'
 for value in "InstallationPath=$install_win" regID=R7 SiteID=S1 MemberID=M1 Type=W; do
-  "$wine64" reg add "$key" /v "${value%%=*}" /d "${value#*=}" /f >/dev/null 2>&1
+  "$wine64" reg add "$key" /v "${value%%=*}" /d "${value#*=}" /f >/dev/null 2>&1 || fail "reg add $key ${value%%=*}"
 done
 # Windows' own Automatic Updates option, still on (4): the pass turns it off.
 "$wine64" reg add 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' /v AUOptions \
-  /t REG_DWORD /d 4 /f >/dev/null 2>&1
+  /t REG_DWORD /d 4 /f >/dev/null 2>&1 || fail "reg add AUOptions"
 install_standins "$standins" "$install" "$install_win" || fail "regsvr32 of the stand-in COM server"
 # The host names of the pass, as the download and zip objects see them. The
 # data center is named by address; it is mapped too, for the download object's

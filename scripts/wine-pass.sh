@@ -74,11 +74,10 @@ prepare() {
     '[VornUpdates]' 'DownLoadSite=http://127.0.0.1:18082/updates' \
     '[Download]' 'PMDownload=http://127.0.0.1:18082/pm' > "$install/VORNMobile.ini"
   local key='HKLM\SOFTWARE\Wow6432Node\VORNOD'
-  "$wine64" reg add "$key" /v InstallationPath /d "$install_win" /f >/dev/null 2>&1
-  [ -n "$2" ] && "$wine64" reg add "$key" /v regID /d "$2" /f >/dev/null 2>&1
-  "$wine64" reg add "$key" /v SiteID /d S1 /f >/dev/null 2>&1
-  "$wine64" reg add "$key" /v MemberID /d M1 /f >/dev/null 2>&1
-  "$wine64" reg add "$key" /v Type /d W /f >/dev/null 2>&1
+  local value
+  for value in "InstallationPath=$install_win" ${2:+"regID=$2"} SiteID=S1 MemberID=M1 Type=W; do
+    "$wine64" reg add "$key" /v "${value%%=*}" /d "${value#*=}" /f >/dev/null 2>&1 || fail "reg add $key ${value%%=*}"
+  done
 }
 
 # Runs one pass; sets $rc.
