@@ -33,6 +33,17 @@ use_internet_proxy() {
   "$wine64" reg add "$inet" /v ProxyOverride /d '127.0.0.1;localhost;<local>' /f >/dev/null 2>&1
 }
 
+# set_sz_values KEY NAME=DATA...: string values under KEY (made if missing);
+# fails when any of them did not take.
+set_sz_values() {
+  local key=$1 value rc=0
+  shift
+  for value in "$@"; do
+    "$wine64" reg add "$key" /v "${value%%=*}" /d "${value#*=}" /f >/dev/null 2>&1 || rc=1
+  done
+  return $rc
+}
+
 # import_reg FILE KEY: FILE's keys into the prefix's registry, checked: KEY
 # must be there afterwards. The file is read from drive C: (whatever Windows
 # name the host's folders would get), and since regedit says nothing and

@@ -175,9 +175,8 @@ printf '%s\r\n' \
   '[Download]' 'PMDownload=http://gateway.example.lan:8080/pm' 'WBListDownload=http://gateway.example.lan:8080/wblist' \
   >"$install/VORNMobile.ini"
 key='HKLM\SOFTWARE\Wow6432Node\VORNOD'
-for value in "InstallationPath=$install_win" regID=R7 SiteID=S1 MemberID=M1 Type=W; do
-  "$wine64" reg add "$key" /v "${value%%=*}" /d "${value#*=}" /f >/dev/null 2>&1 || fail "reg add $key ${value%%=*}"
-done
+set_sz_values "$key" "InstallationPath=$install_win" regID=R7 SiteID=S1 MemberID=M1 Type=W \
+  || fail "the agent's registry values did not take"
 # Windows' own Automatic Updates option, still on (4): the pass turns it off.
 "$wine64" reg add 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' /v AUOptions \
   /t REG_DWORD /d 4 /f >/dev/null 2>&1 || fail "reg add AUOptions"

@@ -74,10 +74,8 @@ prepare() {
     '[VornUpdates]' 'DownLoadSite=http://127.0.0.1:18082/updates' \
     '[Download]' 'PMDownload=http://127.0.0.1:18082/pm' > "$install/VORNMobile.ini"
   local key='HKLM\SOFTWARE\Wow6432Node\VORNOD'
-  local value
-  for value in "InstallationPath=$install_win" ${2:+"regID=$2"} SiteID=S1 MemberID=M1 Type=W; do
-    "$wine64" reg add "$key" /v "${value%%=*}" /d "${value#*=}" /f >/dev/null 2>&1 || fail "reg add $key ${value%%=*}"
-  done
+  set_sz_values "$key" "InstallationPath=$install_win" ${2:+"regID=$2"} SiteID=S1 MemberID=M1 Type=W \
+    || fail "the agent's registry values did not take"
 }
 
 # Runs one pass; sets $rc.
