@@ -57,11 +57,7 @@ long AsyncDownloads::status(long job, long long& bytesReceived, unsigned waitMs)
     auto it = jobs_.find(job);
     if (it == jobs_.end()) return kUnknownJob;
     Job& j = *it->second;
-    if (!j.done && waitMs > 0) {
-        const uint64_t before = j.bytes;
-        changed_.wait_for(lock, std::chrono::milliseconds(waitMs),
-                          [&] { return j.done || j.bytes != before; });
-    }
+    if (!j.done && waitMs > 0) changed_.wait_for(lock, std::chrono::milliseconds(waitMs), [&] { return j.done; });
     bytesReceived = static_cast<long long>(j.bytes.load());
     if (!j.done) return kRunning;
     if (!j.settled) {

@@ -32,8 +32,10 @@ public:
     // The download's number (above 0), or 0 when it could not be started.
     long start(const std::string& url, const std::string& destination);
     // platform::kdowfile values. While the download runs, waits up to
-    // `waitMs` for it to move (bytes or an end) before answering, so that a
-    // caller whose sleeps take no real time does not spin.
+    // `waitMs` for its end before answering, so that a caller whose sleeps
+    // take no real time neither spins nor sees a transfer that ends within
+    // the wait as still running (a pass on a frozen clock then logs the same
+    // polls every time).
     long status(long job, long long& bytesReceived, unsigned waitMs);
 
 private:
