@@ -358,6 +358,7 @@ struct SitesServer::Impl {
     std::optional<std::string> faultsText;
     fs::file_time_type faultsTime{};
     std::vector<RequestRecord> requestLog;
+    std::atomic<std::uint64_t> arrivals{0};
     std::vector<PostRecord> postLog;
     std::ofstream logFile;
     unsigned postCount = 0;
@@ -578,6 +579,7 @@ struct SitesServer::Impl {
             auto [path, query] = splitTarget(req.target);
             RequestRecord record{site < 0 ? "proxy" : sites[static_cast<std::size_t>(site)].config.name,
                                  req.method, req.get_header_value("Host"), path, query, 0, 0};
+            record.arrival = ++arrivals;
             res = httplib::Response();
             send(listener, req, res, record, 500, Body::fromText(std::string("internal error: ") + e.what() + "\n"),
                  std::nullopt);
@@ -632,6 +634,7 @@ struct SitesServer::Impl {
         if (reloadFaults()) poke();
         auto [path, query] = splitTarget(req.target);
         RequestRecord record{site.config.name, req.method, req.get_header_value("Host"), path, query, 0, 0};
+        record.arrival = ++arrivals;
 
         std::optional<Answer> post;
         if (req.method == "POST") post = answerPost(site, req, path, query);
@@ -779,6 +782,7 @@ struct SitesServer::Impl {
     void handleProxy(Listener& listener, const httplib::Request& req, httplib::Response& res) {
         auto [target, query] = splitTarget(req.target);
         RequestRecord record{"proxy", req.method, req.get_header_value("Host"), target, query, 0, 0};
+        record.arrival = ++arrivals;
         if (!authorized(req)) {
             res.set_header("Proxy-Authenticate", "Basic realm=\"kpm-sites\"");
             send(listener, req, res, record, 407, Body::fromText("kpm-sites proxy: authentication required\n"),

@@ -95,6 +95,10 @@ struct RequestRecord {
     std::string query;   // the raw query string without '?'
     int status = 0;      // the status sent
     std::uint64_t bytes = 0;  // body bytes actually sent
+    // The order in which requests came in, from 1. Records are kept in the
+    // order their answers ended (a stalled answer ends late): sorting by this
+    // gives the order the client asked in.
+    std::uint64_t arrival = 0;
 
     // "site method host path query status bytes", tab-separated, no newline.
     std::string line() const;

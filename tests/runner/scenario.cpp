@@ -112,9 +112,60 @@ void makeZip(const fs::path& folder, const fs::path& target, const fs::path& scr
     fs::remove_all(staging);
 }
 
-// Copies an overlay folder over the scratch one: a folder named *.zip becomes
-// that archive, a file *.encrypt is written encrypted with the agent's cipher
-// under its name without the suffix, a ".keep" file only makes its folder.
+bool endsWith(const std::string& s, const std::string& suffix) {
+    return s.size() > suffix.size() && s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+// INI keys of `changes` set into `text`: a key's first line in its section is
+// replaced, a new key goes after the section's last line, a new section at
+// the end; the file's own line ends are kept.
+std::string setIniKeys(std::string text, const std::string& changes, const fs::path& from) {
+    const std::string eol = text.find("\r\n") != std::string::npos || text.empty() ? "\r\n" : "\n";
+    std::string section;
+    size_t number = 0;
+    for (const auto& change : platform::sim::scanIni(changes)) {
+        ++number;
+        using K = platform::sim::IniLine::Kind;
+        if (change.kind == K::Section) section = change.name;
+        if (change.kind == K::Other) bad(from, "line " + std::to_string(number) + " is neither a section nor a key");
+        if (change.kind != K::Key) continue;
+        const std::string line = change.name + "=" + change.value;
+        bool inSection = false, done = false;
+        size_t sectionEnd = std::string::npos;  // after the section's last non-blank line
+        for (const auto& l : platform::sim::scanIni(text)) {
+            if (l.kind == K::Section) {
+                if (inSection) break;
+                inSection = lower(l.name) == lower(section);
+                if (inSection) sectionEnd = l.next;
+                continue;
+            }
+            if (!inSection) continue;
+            if (l.kind != K::Blank) sectionEnd = l.next;
+            if (l.kind == K::Key && lower(l.name) == lower(change.name)) {
+                text.replace(l.begin, l.end - l.begin, line);
+                done = true;
+                break;
+            }
+        }
+        if (done) continue;
+        if (sectionEnd == std::string::npos) {
+            if (!text.empty() && text.back() != '\n') text += eol;
+            text += "[" + section + "]" + eol + line + eol;
+        } else {
+            if (sectionEnd > 0 && text[sectionEnd - 1] != '\n') text.insert(sectionEnd, eol), sectionEnd += eol.size();
+            text.insert(sectionEnd, line + eol);
+        }
+    }
+    return text;
+}
+
+// Copies an overlay folder over the scratch one. Special names:
+//   X.zip/      a folder: written as the zip archive X.zip of its files
+//   X.encrypt   written encrypted with the agent's cipher as X
+//   X.append    appended to X (registry.reg: later definitions win)
+//   X.set       INI keys set into X
+//   X.repeat    "COUNT TEXT": X is TEXT written COUNT times
+//   .keep       only makes its folder
 void copyOverlay(const fs::path& from, const fs::path& to, const fs::path& scratch) {
     fs::create_directories(to);
     for (auto it = fs::recursive_directory_iterator(from); it != fs::recursive_directory_iterator(); ++it) {
@@ -122,7 +173,7 @@ void copyOverlay(const fs::path& from, const fs::path& to, const fs::path& scrat
         const fs::path dest = to / rel;
         const std::string name = it->path().filename().string();
         if (it->is_directory()) {
-            if (name.size() > 4 && name.substr(name.size() - 4) == ".zip") {
+            if (endsWith(name, ".zip")) {
                 makeZip(it->path(), dest, scratch);
                 it.disable_recursion_pending();
             } else {
@@ -130,10 +181,28 @@ void copyOverlay(const fs::path& from, const fs::path& to, const fs::path& scrat
             }
         } else if (name == ".keep") {
             fs::create_directories(dest.parent_path());
-        } else if (name.size() > 8 && name.substr(name.size() - 8) == ".encrypt") {
+        } else if (endsWith(name, ".encrypt")) {
             std::string text = readFile(it->path());
             standins::cipherEncrypt(text, text.size());
             writeFile(dest.parent_path() / name.substr(0, name.size() - 8), text);
+        } else if (endsWith(name, ".append")) {
+            const fs::path target = dest.parent_path() / name.substr(0, name.size() - 7);
+            writeFile(target, readFile(target) + readFile(it->path()));
+        } else if (endsWith(name, ".set")) {
+            const fs::path target = dest.parent_path() / name.substr(0, name.size() - 4);
+            writeFile(target, setIniKeys(readFile(target), readFile(it->path()), it->path()));
+        } else if (endsWith(name, ".repeat")) {
+            std::string spec = readFile(it->path());
+            while (!spec.empty() && (spec.back() == '\n' || spec.back() == '\r')) spec.pop_back();
+            const size_t blank = spec.find(' ');
+            const unsigned long count = std::strtoul(spec.c_str(), nullptr, 10);
+            if (blank == std::string::npos || count == 0 || count > 100'000'000 || blank + 1 >= spec.size())
+                bad(it->path(), "is not \"COUNT TEXT\"");
+            const std::string unit = spec.substr(blank + 1);
+            std::string text;
+            text.reserve(unit.size() * count);
+            for (unsigned long i = 0; i < count; ++i) text += unit;
+            writeFile(dest.parent_path() / name.substr(0, name.size() - 7), text);
         } else {
             fs::create_directories(dest.parent_path());
             fs::copy_file(it->path(), dest, fs::copy_options::overwrite_existing);
@@ -333,12 +402,21 @@ void replaceAll(std::string& text, const std::string& from, const std::string& t
         text.replace(at, from.size(), to);
 }
 
+// Pairs replaced longest first, so that "site:manage2" is never read as
+// "site:manage" followed by "2".
+void replaceEach(std::string& text, std::vector<std::pair<std::string, std::string>> pairs) {
+    std::sort(pairs.begin(), pairs.end(), [](const auto& a, const auto& b) { return a.first.size() > b.first.size(); });
+    for (const auto& [from, to] : pairs) replaceAll(text, from, to);
+}
+
 // "site:NAME" in machine.ini stands for the address the site listens on.
 void mapSites(const fs::path& machineIni, const std::map<std::string, int>& ports) {
     if (!fs::exists(machineIni)) return;
     std::string text = readFile(machineIni);
     const std::string original = text;
-    for (const auto& [name, port] : ports) replaceAll(text, "site:" + name, "127.0.0.1:" + std::to_string(port));
+    std::vector<std::pair<std::string, std::string>> pairs;
+    for (const auto& [name, port] : ports) pairs.emplace_back("site:" + name, "127.0.0.1:" + std::to_string(port));
+    replaceEach(text, pairs);
     if (text != original) writeFile(machineIni, text);
 }
 
@@ -479,7 +557,9 @@ Outputs run(const fs::path& root, const std::string& name) {
     out["ends.txt"] = unusual ? joinLines(ends) : "";
     describeChanges(before, after, out);
     std::vector<std::string> requests, posts;
-    for (const auto& r : server.requests())
+    auto answered = server.requests();
+    std::stable_sort(answered.begin(), answered.end(), [](const auto& a, const auto& b) { return a.arrival < b.arrival; });
+    for (const auto& r : answered)
         requests.push_back(r.site + " " + r.method + " " + r.host + " " + r.path + (r.query.empty() ? "" : "?" + r.query) +
                            " " + std::to_string(r.status) + " " + std::to_string(r.bytes));
     for (const auto& p : server.posts()) {
@@ -492,10 +572,9 @@ Outputs run(const fs::path& root, const std::string& name) {
     out["posts.txt"] = joinLines(posts);
 
     // Addresses of this run's sites read as the sites' names; the scratch folder as <scratch>.
-    for (auto& [_, text] : out) {
-        for (const auto& [site, port] : ports) replaceAll(text, "127.0.0.1:" + std::to_string(port), "site:" + site);
-        replaceAll(text, work.string(), "<scratch>");
-    }
+    std::vector<std::pair<std::string, std::string>> names{{work.string(), "<scratch>"}};
+    for (const auto& [site, port] : ports) names.emplace_back("127.0.0.1:" + std::to_string(port), "site:" + site);
+    for (auto& [_, text] : out) replaceEach(text, names);
     return out;
 }
 
