@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "downloads/downloads_fixture.h"
+#include "download_machine.h"
 
 namespace kpmbench {
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "downloads/downloads_fixture.h"
+#include "download_machine.h"
 #include "platform/host.h"
 #include "sites/sites_server.h"
 
