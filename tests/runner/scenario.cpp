@@ -164,7 +164,7 @@ std::string setIniKeys(std::string text, const std::string& changes, const fs::p
 //   X.encrypt   written encrypted with the agent's cipher as X
 //   X.append    appended to X (registry.reg: later definitions win)
 //   X.set       INI keys set into X
-//   X.repeat    "COUNT TEXT": X is TEXT written COUNT times
+//   X.repeat    "COUNT TEXT": X is TEXT written COUNT times (\r \n \0 \\ escaped)
 //   .keep       only makes its folder
 void copyOverlay(const fs::path& from, const fs::path& to, const fs::path& scratch) {
     fs::create_directories(to);
@@ -198,7 +198,16 @@ void copyOverlay(const fs::path& from, const fs::path& to, const fs::path& scrat
             const unsigned long count = std::strtoul(spec.c_str(), nullptr, 10);
             if (blank == std::string::npos || count == 0 || count > 100'000'000 || blank + 1 >= spec.size())
                 bad(it->path(), "is not \"COUNT TEXT\"");
-            const std::string unit = spec.substr(blank + 1);
+            // \r, \n, \0 and \\ in TEXT stand for those bytes.
+            std::string unit;
+            for (size_t k = blank + 1; k < spec.size(); ++k) {
+                if (spec[k] != '\\' || k + 1 == spec.size()) {
+                    unit += spec[k];
+                    continue;
+                }
+                const char e = spec[++k];
+                unit += e == 'r' ? '\r' : e == 'n' ? '\n' : e == '0' ? '\0' : e;
+            }
             std::string text;
             text.reserve(unit.size() * count);
             for (unsigned long i = 0; i < count; ++i) text += unit;
