@@ -53,6 +53,9 @@ TEST(Procedures, AgentIniReadersAndTheirBuffers) {
     kpm::fncReadVORNMobileINI(kIni);
     EXPECT_EQ(kpm::agentSettings.PrimarySiteURL, "http://p/tfr_wpautopatchdeploy.asp");
     EXPECT_EQ(kpm::agentSettings.SecondarySiteURL, "/tfr_wpautopatchdeploy.asp");
+    // Codes are characters of the ANSI code page: 255 is the last one.
+    EXPECT_EQ(kpm::DecryptString("97H255"), "a\xFF");
+    EXPECT_EQ(kpm::DecryptString("97H256"), "");
     o.m.writeFile(kIni, "[S]\r\nK=" + std::string(6000, 'b') + "\r\n");
     EXPECT_EQ(kpm::fncReadINI("S", "K", kIni), std::string(4999, 'b'));
     EXPECT_EQ(kpm::fncReadINI("S", "missing", kIni), "");
@@ -119,7 +122,8 @@ TEST(Procedures, ScheduleClampingAndCalendar) {
     };
     for (const Case& c : {Case{"2026-11-30T10:00:00", "30,31", "30,30"}, Case{"2028-02-29T10:00:00", "30,31", "30,29"},
                           Case{"2026-02-28T10:00:00", "30,31", "30,28"}, Case{"2028-02-29T10:00:00", "30", "29"},
-                          Case{"2026-02-28T10:00:00", "30", "28"}, Case{"2026-02-28T10:00:00", "29", "28"}}) {
+                          Case{"2026-02-28T10:00:00", "30", "28"}, Case{"2026-02-28T10:00:00", "29", "28"},
+                          Case{"2026-11-29T10:00:00", "29", "29"}, Case{"2026-11-30T10:00:00", "30", "30"}}) {
         TestMachine m;
         m.open(at(c.now));
         std::string from = "09:00", to = "17:00", days = "", type = "2", dates = c.dates, week = "";
@@ -161,6 +165,15 @@ TEST(Procedures, WebPostEntriesWithBlanks) {
         const auto& w = kpm::webPostSite;
         EXPECT_EQ(w.PrimaryWebPostUrl + "|" + w.SecondaryWebPostUrl + "|" + w.PostPageName, c.site);
     }
+}
+
+// A pass only asks about the agent's own drive, which is always there.
+TEST(Procedures, DiskSpaceOfADriveThatIsNotThere) {
+    Opened o;
+    kpm::fncGetDiskSpace("Q:\\");
+    EXPECT_EQ(kpm::environment.DriveFreeMBText, "0");
+    o.m.close();
+    EXPECT_EQ(o.m.logMessages().back(), "ModComman|fncGetDiskSpace|ERROR|Could not read the disk space.|Q:\\|3|");
 }
 
 // A pass's files are too small to reach these halves.
