@@ -164,7 +164,7 @@ std::string setIniKeys(std::string text, const std::string& changes, const fs::p
 //   X.encrypt   written encrypted with the agent's cipher as X
 //   X.append    appended to X (registry.reg: later definitions win)
 //   X.set       INI keys set into X
-//   X.repeat    "COUNT TEXT": X is TEXT written COUNT times (\r \n \0 \\ escaped)
+//   X.repeat    lines "COUNT TEXT": X is each TEXT written COUNT times, in order
 //   .keep       only makes its folder
 void copyOverlay(const fs::path& from, const fs::path& to, const fs::path& scratch) {
     fs::create_directories(to);
@@ -192,25 +192,26 @@ void copyOverlay(const fs::path& from, const fs::path& to, const fs::path& scrat
             const fs::path target = dest.parent_path() / name.substr(0, name.size() - 4);
             writeFile(target, setIniKeys(readFile(target), readFile(it->path()), it->path()));
         } else if (endsWith(name, ".repeat")) {
-            std::string spec = readFile(it->path());
-            while (!spec.empty() && (spec.back() == '\n' || spec.back() == '\r')) spec.pop_back();
-            const size_t blank = spec.find(' ');
-            const unsigned long count = std::strtoul(spec.c_str(), nullptr, 10);
-            if (blank == std::string::npos || count == 0 || count > 100'000'000 || blank + 1 >= spec.size())
-                bad(it->path(), "is not \"COUNT TEXT\"");
-            // \r, \n, \0 and \\ in TEXT stand for those bytes.
-            std::string unit;
-            for (size_t k = blank + 1; k < spec.size(); ++k) {
-                if (spec[k] != '\\' || k + 1 == spec.size()) {
-                    unit += spec[k];
-                    continue;
-                }
-                const char e = spec[++k];
-                unit += e == 'r' ? '\r' : e == 'n' ? '\n' : e == '0' ? '\0' : e;
-            }
+            // Lines "COUNT TEXT", in order: TEXT written COUNT times; \r, \n,
+            // \0 and \\ in TEXT stand for those bytes.
             std::string text;
-            text.reserve(unit.size() * count);
-            for (unsigned long i = 0; i < count; ++i) text += unit;
+            for (const auto& line : listLines(it->path())) {
+                const size_t blank = line.find(' ');
+                const unsigned long count = std::strtoul(line.c_str(), nullptr, 10);
+                if (blank == std::string::npos || count == 0 || count > 100'000'000 || blank + 1 >= line.size())
+                    bad(it->path(), "'" + line + "' is not \"COUNT TEXT\"");
+                std::string unit;
+                for (size_t k = blank + 1; k < line.size(); ++k) {
+                    if (line[k] != '\\' || k + 1 == line.size()) {
+                        unit += line[k];
+                        continue;
+                    }
+                    const char e = line[++k];
+                    unit += e == 'r' ? '\r' : e == 'n' ? '\n' : e == '0' ? '\0' : e;
+                }
+                text.reserve(text.size() + unit.size() * count);
+                for (unsigned long i = 0; i < count; ++i) text += unit;
+            }
             writeFile(dest.parent_path() / name.substr(0, name.size() - 7), text);
         } else {
             fs::create_directories(dest.parent_path());
