@@ -2,6 +2,10 @@
 // passes): readers' buffer limits, rounding boundaries, control actions the
 // pass never takes, calendar corners, configuration texts with blanks.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "config/agent_settings.h"
 #include "config/ini.h"
@@ -9,6 +13,7 @@
 #include "platform/errors.h"
 #include "platform/host.h"
 #include "schedule/schedule_settings.h"
+#include "sites/sites_server.h"
 #include "support/test_machine.h"
 #include "thirdparty/product_list.h"
 #include "webpost/site_config.h"
@@ -165,6 +170,32 @@ TEST(Procedures, WebPostEntriesWithBlanks) {
         const auto& w = kpm::webPostSite;
         EXPECT_EQ(w.PrimaryWebPostUrl + "|" + w.SecondaryWebPostUrl + "|" + w.PostPageName, c.site);
     }
+}
+
+// The black-list request's result is a 16-bit True, every bit set, whichever
+// site answered: a pass only asks "not False", so no pass tells -1 from 1.
+TEST(Procedures, BlackListRequestIsTrueFromEitherSite) {
+    const std::filesystem::path folder = std::filesystem::temp_directory_path() / ("kpm-kb-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "wppthmsbbllist.txt") << "KB5031354";
+    sites::Config config;
+    config.sites = {{"primary", folder, 0}, {"secondary", folder, 0}};
+    sites::SitesServer server(config);
+    server.start();
+    const std::string network = "[Network]\r\nmanage.vornsoft.com=127.0.0.1:" + std::to_string(server.port("primary")) +
+                                "\r\nmanage2.vornsoft.com=127.0.0.1:" + std::to_string(server.port("secondary")) + "\r\n";
+    for (const char* down : {"", "primary"}) {
+        Opened o(network);
+        o.m.writeWebPostConfig(
+            "<wpconfig><fod name=\"NDATAPOST\"><PR4><doc key=\"wppthmsbbllist\" ext=\"asp\" root=\"wppthmsbbllist\" "
+            "x=\"\" https=\"0\" p1=\"manage.vornsoft.com\" s1=\"manage2.vornsoft.com\" pair=\"0\" p2=\"\" s2=\"\" "
+            "enc=\"0\"/></PR4></fod></wpconfig>");
+        kpm::agentSettings.RegID = "R1";
+        if (*down) server.setFault(down, "*", sites::Fault::refuse());
+        EXPECT_EQ(kpm::fncWebPostKB(), -1) << "with the primary " << (*down ? "down" : "up");
+        EXPECT_EQ(server.posts().back().site, *down ? "secondary" : "primary");
+    }
+    std::filesystem::remove_all(folder);
 }
 
 // A pass only asks about the agent's own drive, which is always there.
