@@ -183,4 +183,41 @@ double simAppendFloor(const fs::path& machine, const std::vector<std::string>& l
     return seconds;
 }
 
+double simWritesFloor(const fs::path& machine, const std::vector<std::string>& logLines) {
+    const std::string listPath = std::string(kpmtest::kInstallPath) + "BaseComponents\\PatchManagement\\DwldURL.txt";
+    const std::string iniPath = std::string(kpmtest::kInstallPath) + "BaseComponents\\PatchManagement\\Components\\DownloadStatus.ini";
+    auto sim = platform::sim::SimMachine::open(machine, {});
+    // What the pass wrote: the download list's lines and the status INI's keys.
+    std::vector<std::string> listLines;
+    std::vector<std::pair<std::string, std::string>> keys;  // section, key=value
+    {
+        std::istringstream list(kpmtest::readHostFile(sim->hostPath(listPath)));
+        for (std::string line; std::getline(list, line);) listLines.push_back(line.substr(0, line.find('\r')));
+        std::istringstream ini(kpmtest::readHostFile(sim->hostPath(iniPath)));
+        std::string section;
+        for (std::string line; std::getline(ini, line);) {
+            line = line.substr(0, line.find('\r'));
+            if (!line.empty() && line[0] == '[') section = line.substr(1, line.find(']') - 1);
+            else if (line.find('=') != std::string::npos) keys.emplace_back(section, line);
+        }
+    }
+    sim.reset();
+    fs::remove(logFile(machine));
+    fs::remove(platform::sim::SimMachine::open(machine, {})->hostPath(listPath));
+    fs::remove(platform::sim::SimMachine::open(machine, {})->hostPath(iniPath));
+    sim = platform::sim::SimMachine::open(machine, {});
+    platform::setHost(sim.get());
+    const auto start = std::chrono::steady_clock::now();
+    // Each made the way the pass makes it: an open-append-close per log entry
+    // and per list line, a profile write per INI key.
+    for (const std::string& line : logLines) platform::files().append(kpmtest::kLogPath, line);
+    platform::files().writeAll(listPath, "");
+    for (const std::string& line : listLines) platform::files().append(listPath, line + "\r\n");
+    for (const auto& [section, pair] : keys)
+        platform::profile().writeString(section, pair.substr(0, pair.find('=')), pair.substr(pair.find('=') + 1), iniPath);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    platform::setHost(nullptr);
+    return seconds;
+}
+
 }  // namespace kpmbench

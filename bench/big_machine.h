@@ -50,4 +50,9 @@ std::vector<std::string> logEntryLines(const std::filesystem::path& machine);
 // simulated machine's file system, to a fresh log at the same place; seconds.
 double simAppendFloor(const std::filesystem::path& machine, const std::vector<std::string>& lines);
 
+// The second floor: every write the pass made (its log entries, its
+// "DwldURL.txt" lines, its "DownloadStatus.ini" keys), each made again the way
+// the pass makes it, through the same simulated file system; seconds.
+double simWritesFloor(const std::filesystem::path& machine, const std::vector<std::string>& logLines);
+
 }  // namespace kpmbench

@@ -14,7 +14,7 @@
 #include "schedule/schedule_settings.h"
 #include "schedule/schedule_text.h"
 #include "support/support_files.h"
-#include "thirdparty/product_list.h"
+#include "tppatch/product_list.h"
 #include "webpost/site_config.h"
 #include "webpost/status_posts.h"
 #include "wuenv/environment.h"

@@ -62,23 +62,32 @@ bool IsSafeFileName(const std::string& name) {
 
 void LogUnsafeFileName(const std::string& module, const std::string& proc, const std::string& name,
                        const std::string& source) {
-    WriteW3CLog(module, proc, "ERROR", "File name refused: it would be written outside its folder", name,
-                source);
+    WriteW3CLog(module, proc, "ERROR",
+                name.empty() ? "File name refused: the URL names no file"
+                             : "File name refused: it would be written outside its folder",
+                name, source);
+}
+
+bool JobDownloadFile(const std::string& url, const std::string& destination, const std::string& proxy,
+                     const std::string& credentials, JobFailure& failure) {
+    platform::Object job = platform::automation().createObject("kDwnJob.JobDownload");
+    platform::Variant u(url), spare1(proxy), spare2(credentials), dest(destination), status(""), reason(""),
+        failedUrl("");
+    bool ok = job.call("JobDownload", platform::ByRef{&u}, platform::ByRef{&spare1}, platform::ByRef{&spare2},
+                       platform::ByRef{&dest}, platform::ByRef{&status}, platform::ByRef{&reason},
+                       platform::ByRef{&failedUrl})
+                  .toBool();
+    job.release();
+    failure = {status.toString(), reason.toString(), failedUrl.toString()};
+    return ok;
 }
 
 bool fncDownloadFile(const std::string& url, const std::string& destination) {
     try {
-        platform::Object job = platform::automation().createObject("kDwnJob.JobDownload");
-        platform::Variant u(url), reserved1(""), reserved2(""), dest(destination), status(""), reason(""),
-            failedUrl("");
-        bool ok = job.call("JobDownload", platform::ByRef{&u}, platform::ByRef{&reserved1},
-                           platform::ByRef{&reserved2}, platform::ByRef{&dest}, platform::ByRef{&status},
-                           platform::ByRef{&reason}, platform::ByRef{&failedUrl})
-                      .toBool();
-        job.release();
-        if (ok) return true;
-        WriteW3CLog(kModule, "fncDownloadFile", "ERROR", "Downloading file from " + url, status.toString(),
-                    reason.toString(), failedUrl.toString());
+        JobFailure failure;
+        if (JobDownloadFile(url, destination, "", "", failure)) return true;
+        WriteW3CLog(kModule, "fncDownloadFile", "ERROR", "Downloading file from " + url, failure.status,
+                    failure.reason, failure.url);
         return false;
     } catch (const std::exception& e) {
         trap("fncDownloadFile", e);

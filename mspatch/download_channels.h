@@ -18,6 +18,16 @@ inline constexpr int kDownloadPollLimitSeconds = 4 * 60 * 60;
 bool DloadPthOnGateWay(const std::string& url);
 bool DLoadPchFromMicrosoft(const std::string& url);
 bool fncDownloadFile(const std::string& url, const std::string& destination);
+// The download object's three outputs after a failure: the HTTP status, the
+// reason in words, the URL that failed.
+struct JobFailure {
+    std::string status, reason, url;
+};
+// The download object's one attempt, with its two spare arguments naming a
+// proxy ("host:port") and its credentials ("user:password"), both empty for a
+// direct connection. Throws what creating or calling the object throws.
+bool JobDownloadFile(const std::string& url, const std::string& destination, const std::string& proxy,
+                     const std::string& credentials, JobFailure& failure);
 // "Success" or "Failed".
 std::string DownloadURL_File(const std::string& url, const std::string& destination);
 // URLDownloadToFileA: true when it returned 0.

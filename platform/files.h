@@ -39,6 +39,13 @@ public:
     virtual void deleteFile(std::string_view path) = 0;
     // DeleteFolder(path, force): the folder and everything in it. Throws 76.
     virtual void deleteFolder(std::string_view path) = 0;
+    // MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING): puts a finished file
+    // in place under its name at once. Throws 53 when `from` is missing, 70
+    // when `to` is read-only.
+    virtual void moveFile(std::string_view from, std::string_view to) = 0;
+    // The SHA-256 of a file as 64 lower-case hex digits, read block by block
+    // (CryptoAPI on Windows). Throws 53 when the file is missing.
+    virtual std::string sha256(std::string_view path) = 0;
 
     // Whole-file text access. readAll throws 53; the writers throw 76 when the
     // folder is missing, 70 when the file is read-only, 61 when the disk is full.

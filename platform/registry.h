@@ -13,8 +13,10 @@ enum class Hive { ClassesRoot, CurrentUser, LocalMachine, Users };
 
 // Which registry view a key is opened in. The program is a 32-bit program:
 // a plain open sees the 32-bit view (HKLM\SOFTWARE\X is
-// HKLM\SOFTWARE\Wow6432Node\X on 64-bit Windows); View64 is KEY_WOW64_64KEY.
-enum class RegView { Default, View64 };
+// HKLM\SOFTWARE\Wow6432Node\X on 64-bit Windows); View32 is
+// KEY_WOW64_32KEY, View64 KEY_WOW64_64KEY. On 32-bit Windows all three are
+// the one registry.
+enum class RegView { Default, View32, View64 };
 
 namespace regtype {
 constexpr uint32_t None = 0;
@@ -33,6 +35,7 @@ constexpr long AccessDenied = 5;
 constexpr long InvalidHandle = 6;
 constexpr long InvalidParameter = 87;
 constexpr long MoreData = 234;
+constexpr long NoMoreItems = 259;
 }  // namespace regerr
 
 // Access masks the program passes (KEY_ALL_ACCESS and friends).
@@ -63,6 +66,9 @@ public:
     virtual long setValue(std::string_view name, const RegValue& value) = 0;
     // RegCreateKeyA(this key, name): creates or opens a subkey.
     virtual long createSubKey(std::string_view name, std::unique_ptr<RegKey>& out) = 0;
+    // RegEnumKeyExA: the name of the subkey at `index` (0, 1, ...);
+    // regerr::NoMoreItems past the last one.
+    virtual long enumSubKey(uint32_t index, std::string& name) = 0;
 };
 
 class Registry {

@@ -26,6 +26,8 @@ public:
     // GetSystemDirectoryA ("C:\WINDOWS\system32").
     virtual std::string systemDirectory() = 0;
     virtual bool getVersion(OsVersion& out) = 0;
+    // True on 64-bit Windows (IsWow64Process for this 32-bit program).
+    virtual bool is64BitWindows() = 0;
     // The thread's last-error value of the most recent system call.
     virtual uint32_t lastError() = 0;
     virtual void setLastError(uint32_t code) = 0;

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # wine-download-pass.sh --exe KPMDwld.exe --standins KPMStandins.dll --cipher KEncDec.dll
-#                       --kdowfile KDowFile.dll [--sites kpm-sites] [--sim kpmdwld-sim] [--work DIR]
-#                       [--offline]
+#                       --kdowfile KDowFile.dll --kgnmd5 KGnMD5.dll [--sites kpm-sites]
+#                       [--sim kpmdwld-sim] [--work DIR] [--offline]
 #
-# A whole pass of the real (64-bit) KPMDwld.exe under wine64 that fetches its
+# A whole pass of the real KPMDwld.exe (64-bit under wine64, or the shipping
+# 32-bit one under the 32-bit loader in the same 64-bit prefix) that fetches its
 # files from the loopback sites server (kpm-sites, started with
 # scripts/sites-fixture.sh), on a managed computer's first pass (no
 # "SchPatch.ini", a Microsoft schedule in MSUpd.xml):
@@ -35,6 +36,12 @@
 # The same day's third-party schedule makes the pass fetch the product list
 # too: the gateway's library answers 404 for /pm/pdlist.zip, the data
 # center's /updates/wblist/pdlist.zip arrives through the download object.
+# Then the demo's product list is assessed against the products the demo
+# computer has (the same registry keys on both sides: both views and the
+# user's own hive): Firefox's installer comes through the gateway, Zoom's
+# (installed for the user) from the vendor's site (cdn.zoom.us, mapped),
+# both verified with the maker's checksum library (--kgnmd5); Acrobat Reader
+# is up to date, Notepad++'s version unknown.
 # With --sim, the same computer (its files as they were before the pass, its
 # registry key, the same host map) then makes the same pass on the simulated
 # machine at the same moment, against the same sites: the two activity logs
@@ -47,14 +54,15 @@ set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/wine-agent.sh"
 
-exe="" standins="" cipher="" kdowfile="" sites="" sim="" work="" offline=""
-take_options "exe standins cipher kdowfile sites sim work offline!" "$@"
+exe="" standins="" cipher="" kdowfile="" kgnmd5="" sites="" sim="" work="" offline=""
+take_options "exe standins cipher kdowfile kgnmd5 sites sim work offline!" "$@"
 if [ -n "$sim" ] && [ ! -x "$sim" ]; then
   echo "NOTE: no simulated runner at $sim: the comparison with the simulated machine is left out"
   sim=""
 fi
-require_files "$exe" "$standins" "$cipher" "$kdowfile"
+require_files "$exe" "$standins" "$cipher" "$kdowfile" "$kgnmd5"
 find_wine64
+pick_loader "$exe"
 [ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-download.XXXXXX)
 work=$(realpath -m "$work")
 rm -rf "$work" && mkdir -p "$work"
@@ -71,7 +79,10 @@ ok() { echo "  ok: $*"; }
 # The sites: folders staged here, the server from sites-fixture.sh.
 site=$work/site
 mkdir -p "$site/gateway/wblist" "$site/gateway/pm" "$site/dc/updates/wblist" "$site/updates/kScc" "$site/manage" \
-  "$site/microsoft/en-us" "$site/microsoft/c/msdownload/update/software/secu/2026/10"
+  "$site/microsoft/en-us" "$site/microsoft/c/msdownload/update/software/secu/2026/10" "$site/vendors/prod/6.2.11.50000/x64"
+# The installers of the demo's third-party world: Firefox on the gateway, Zoom on its vendor's site.
+cp "$root/examples/demo-sites/gateway/pm/Firefox Setup 132.0.1.exe" "$site/gateway/pm/"
+cp "$root/examples/demo-sites/vendors/prod/6.2.11.50000/x64/ZoomInstallerFull.msi" "$site/vendors/prod/6.2.11.50000/x64/"
 # The management site answers the black-list request and the status report.
 printf 'KB890830' >"$site/manage/wppthmsbbllist.txt"
 printf '1' >"$site/manage/wppthdwldinfo.txt"
@@ -116,7 +127,7 @@ cat >"$work/update-catalog.xml" <<'CATALOG'
 CATALOG
 cp "$work/update-catalog.xml" "$site/gateway/pm/wsusscn2.cab"
 cp "$kdowfile" "$site/updates/kScc/KDowFile.dll"
-demo_sites=$root/examples/demo-sites/dc/updates/wblist
+demo_sites=$root/examples/demo-sites/dc/updates/wblist/pdlist.zip
 (cd "$demo_sites" && zip -q -X "$site/dc/updates/wblist/pdlist.zip" PDList.xml AUOptions.xml) ||
   { echo "wine-download-pass: zip failed"; exit 1; }
 printf '%s\n' '# The gateway has no black list.' 'gateway /wblist/PatchBlackList.txt 404' >"$site/faults.txt"
@@ -133,6 +144,7 @@ finish() {
 trap finish EXIT
 port() { sed -n "s/^$1=//p" "$work/sites/ports.txt"; }
 gw=$(port gateway) dc=$(port dc) upd=$(port updates) mng=$(port manage) ms=$(port microsoft) px=$(port proxy)
+vd=$(port vendors)
 echo "== sites: gateway $gw, dc $dc, updates $upd"
 
 # The computer: the agent installed, its program folder without KDowFile.dll.
@@ -155,6 +167,7 @@ prog_win="$install_win\\BaseComponents\\PatchManagement"
 mkdir -p "$prog"
 cp "$exe" "$prog/KPMDwld.exe"
 cp "$cipher" "$prog/KEncDec.dll"
+cp "$kgnmd5" "$prog/KGnMD5.dll"
 # The demo computer's web-post configuration, and its Microsoft schedule
 # widened to every day, all day: the pass runs whenever the test does.
 demo_install="$root/examples/demo-machine/drives/C/Program Files/VORN/VORNMobile"
@@ -181,12 +194,19 @@ set_sz_values "$key" "InstallationPath=$install_win" regID=R7 SiteID=S1 MemberID
 "$wine64" reg add 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' /v AUOptions \
   /t REG_DWORD /d 4 /f >/dev/null 2>&1 || fail "reg add AUOptions"
 install_standins "$standins" "$install" "$install_win" || fail "regsvr32 of the stand-in COM server"
+# The demo computer's other vendors' products, as its registry lists them
+# (the user's hive is Wine's own user, S-1-5-21-0-0-0-1000).
+awk '/^; Products of other vendors/ { on = 1 } on' "$root/examples/demo-machine/registry.reg" >"$work/products.part"
+printf 'Windows Registry Editor Version 5.00\r\n\r\n' | cat - "$work/products.part" >"$work/products.reg"
+import_reg "$work/products.reg" 'HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\Mozilla Firefox 131.0.3 (x64 en-US)' \
+  || fail "the demo's products did not import into the prefix"
 # The host names of the pass, as the download and zip objects see them. The
 # data center is named by address; it is mapped too, for the download object's
 # second attempt.
 printf '%s\r\n' '[Network]' "gateway.example.lan:8080=127.0.0.1:$gw" "update.vornsoft.com=127.0.0.1:$upd" \
   "127.0.0.1:$dc=127.0.0.1:$dc" "manage.vornsoft.com=127.0.0.1:$mng" "manage2.vornsoft.com=127.0.0.1:$mng" \
-  "download.windowsupdate.com=127.0.0.1:$ms" "www.microsoft.com=127.0.0.1:$ms" '[Downloads]' 'StallSeconds=30' \
+  "download.windowsupdate.com=127.0.0.1:$ms" "www.microsoft.com=127.0.0.1:$ms" "cdn.zoom.us=127.0.0.1:$vd" \
+  '[Downloads]' 'StallSeconds=30' \
   >"$drive_c/KPMStandins/network.ini"
 cp "$work/update-catalog.xml" "$drive_c/KPMStandins/update-catalog.xml"
 
@@ -205,7 +225,8 @@ if [ -n "$sim" ]; then
     '"Type"="W"' '' '[HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services\wuauserv]' \
     '"Start"=dword:00000003' '' \
     '[HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update]' \
-    '"AUOptions"=dword:00000004' >"$simm/registry.reg"
+    '"AUOptions"=dword:00000004' '' >"$simm/registry.reg"
+  cat "$work/products.part" >>"$simm/registry.reg"
   { printf '%s\r\n' '[Machine]' "ExePath=$prog_win\\KPMDwld.exe" 'Is64BitOS=1'
     tr -d '\r' <"$drive_c/KPMStandins/network.ini" | sed 's/$/\r/'; } >"$simm/machine.ini"
   cp "$work/update-catalog.xml" "$simm/update-catalog.xml"
@@ -214,7 +235,7 @@ fi
 echo "== the pass"
 now=$(date +%Y-%m-%dT%H:%M:%S)
 start=$SECONDS
-(cd "$prog" && timeout 600 nice -n -10 "$wine64" "$prog_win\\KPMDwld.exe" >"$work/wine.out" 2>&1)
+(cd "$prog" && timeout 600 nice -n -10 "$winexe" "$prog_win\\KPMDwld.exe" >"$work/wine.out" 2>&1)
 rc=$?
 echo "  pass ran in $((SECONDS - start)) s, exit code $rc"
 [ "$rc" = 0 ] && ok "exit code 0" || fail "exit code $rc"
@@ -288,6 +309,17 @@ grep -q $'\tThis Patch is Black listed by Partner\t890830' <(entries) \
   && ok "log: KB890830 black-listed by the partner" || fail "the log does not say KB890830 is black-listed"
 grep -q $'\tDownload Complete..File copied\t.*pdlist.zip' <(entries) \
   && ok "log: the product list arrived" || fail "the log does not say the product list arrived"
+check_count 1 gateway "/pm/Firefox%20Setup%20132.0.1.exe" 200 gateway.example.lan:8080
+awk -F'\t' '$1 == "vendors" && $4 == "/prod/6.2.11.50000/x64/ZoomInstallerFull.msi" && $6 == 200' "$requests" | grep -q . \
+  && ok "vendors GET /prod/6.2.11.50000/x64/ZoomInstallerFull.msi 200 (Host cdn.zoom.us)" || fail "Zoom's installer was not fetched from its site"
+appcomp=$prog/Components/Appcomp
+cmp -s "$appcomp/Firefox Setup 132.0.1.exe" "$site/gateway/pm/Firefox Setup 132.0.1.exe" &&
+  cmp -s "$appcomp/ZoomInstallerFull.msi" "$site/vendors/prod/6.2.11.50000/x64/ZoomInstallerFull.msi" &&
+  ok "both installers verified in Components\\Appcomp, the served bytes" || fail "the installers in Appcomp: $(ls "$appcomp" 2>/dev/null | tr '\n' ' ')"
+for state in "Update needed: Mozilla Firefox (64-bit)" "Up to date: Adobe Acrobat Reader (32-bit)" \
+             "Update needed: Zoom Workplace (per user)" "Version unknown: Notepad++ (64-bit)"; do
+  grep -q $'\t'"$state"$'\t' <(entries) && ok "log: $state" || fail "the log does not say: $state"
+done
 
 # The download status report carries what differs between the two computers
 # and start moments: the disk's sizes, the pass's start time (and so the
@@ -350,6 +382,10 @@ if [ -n "$sim" ]; then
   registry_facts() {  # FUNCTION: one "key name = value" line per fact
     local getter=$1 progid clsid
     echo "AUOptions = $($getter 'HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' AUOptions)"
+    # Written through the 64-bit view whatever the program's bitness: the 32-bit view's copy stays unset.
+    local in32
+    in32=$($getter 'HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' AUOptions)
+    echo "AUOptions in the 32-bit view = ${in32:-unset}"
     echo "wuauserv Start = $($getter 'HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services\wuauserv' Start)"
     for progid in kWbPost.WebPost kDwnJob.JobDownload ChilkatZip2.Chilkatzip2; do
       clsid=$($getter "HKEY_CLASSES_ROOT\\$progid\\CLSID" '')

@@ -169,6 +169,15 @@ Fault Fault::slow(std::uint64_t bytesPerSecond, int times) {
     return f;
 }
 
+Fault Fault::redirect(std::string location, int times) {
+    Fault f;
+    f.kind = Kind::Redirect;
+    f.status = 302;
+    f.location = std::move(location);
+    f.times = times;
+    return f;
+}
+
 Fault Fault::empty(int times) {
     Fault f;
     f.kind = Kind::Empty;
@@ -214,6 +223,8 @@ std::optional<FaultRule> parseFaultLine(std::string_view line) {
         rule.fault = Fault::empty(times);
     } else if (kind == "reset") {
         rule.fault = Fault::reset(count(argument()), times);
+    } else if (kind == "redirect") {
+        rule.fault = Fault::redirect(std::string(argument()), times);
     } else if (kind == "stall") {
         auto text = argument();
         auto seconds = number<double>(text);
@@ -646,6 +657,12 @@ struct SitesServer::Impl {
                  std::nullopt);
             return;
         }
+        if (fault && fault->kind == Fault::Kind::Redirect) {
+            res.set_header("Location", fault->location);
+            send(listener, req, res, record, fault->status, Body::fromText("kpm-sites: moved to " + fault->location + "\n"),
+                 std::nullopt);
+            return;
+        }
         if (fault && fault->kind == Fault::Kind::Empty) {
             send(listener, req, res, record, 200, Body::fromText(""), std::nullopt);
             return;
@@ -863,7 +880,16 @@ void SitesServer::start() {
             m.logFile.open(m.config.logFile, std::ios::app);
             if (!m.logFile) throw std::runtime_error("cannot open the request log " + m.config.logFile.string());
         }
-        if (!m.config.postsFolder.empty()) fs::create_directories(m.config.postsFolder);
+        if (!m.config.postsFolder.empty()) {
+            fs::create_directories(m.config.postsFolder);
+            // A folder that already holds posts goes on numbering after them:
+            // what was recorded is never written over.
+            for (const auto& e : fs::directory_iterator(m.config.postsFolder)) {
+                const std::string name = e.path().filename().string();
+                if (name.size() > 4 && std::all_of(name.begin(), name.begin() + 4, [](char c) { return c >= '0' && c <= '9'; }))
+                    m.postCount = std::max(m.postCount, static_cast<unsigned>(std::stoul(name.substr(0, 4))));
+            }
+        }
 
         auto fail = [&](const std::string& name, int port) {
             m.stopAll();

@@ -58,12 +58,14 @@ struct Fault {
         Stall,   // headers, nothing for `seconds`, then the body
         Slow,    // the body at `amount` bytes per second
         Empty,   // 200 with an empty body
+        Redirect,  // 302 with a Location header naming `location`
     };
     Kind kind = Kind::Status;
     int status = 500;
     std::uint64_t amount = 0;
     double seconds = 0;
     int times = 0;  // only the first `times` matching requests see the fault; 0: all of them
+    std::string location;  // Kind::Redirect
 
     static Fault withStatus(int status, int times = 0);
     static Fault refuse();
@@ -71,6 +73,7 @@ struct Fault {
     static Fault stall(double seconds, int times = 0);
     static Fault slow(std::uint64_t bytesPerSecond, int times = 0);
     static Fault empty(int times = 0);
+    static Fault redirect(std::string location, int times = 0);
 };
 
 struct FaultRule {
@@ -82,7 +85,7 @@ struct FaultRule {
 // One line of a faults file:
 //   <site> <path> <fault> [arg] [times=K]      # comment
 // where <fault> is a three-digit status, "refuse", "reset BYTES", "stall SECONDS",
-// "slow BYTES_PER_SECOND" or "empty". Returns nullopt for blank and comment-only lines;
+// "slow BYTES_PER_SECOND", "empty" or "redirect URL". Returns nullopt for blank and comment-only lines;
 // throws std::invalid_argument for anything else it cannot read.
 std::optional<FaultRule> parseFaultLine(std::string_view line);
 

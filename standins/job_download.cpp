@@ -14,6 +14,14 @@ JobDownload::JobDownload(std::shared_ptr<StandinHost> host)
             r.reason = "no URL or no destination";
         } else {
             auto transport = host_->newTransport();
+            // The two spare arguments name a proxy ("host:port") and its
+            // credentials ("user:password"); empty for a direct connection.
+            const std::string proxy = a[1].value.toString(), credentials = a[2].value.toString();
+            if (!proxy.empty()) {
+                const size_t colon = credentials.find(':');
+                transport->useProxy(proxy, credentials.substr(0, colon),
+                                    colon == std::string::npos ? "" : credentials.substr(colon + 1));
+            }
             auto target = host_->newFileTarget();
             r = downloadToFile(*transport, *target, url, destination);
         }

@@ -3,8 +3,10 @@
 //   JobDownload(url, reserved1, reserved2, destination, status, reason, failedUrl)
 //
 // Seven strings, all by reference; returns True when the file at `url` was
-// written to `destination`. The two reserved strings are passed empty by
-// every caller and ignored. On failure the last three are filled: the HTTP
+// written to `destination`. The two spare strings name a proxy ("host:port")
+// and its credentials ("user:password"): the Microsoft channels pass them
+// empty (a direct connection), the third-party installer download passes the
+// agent's proxy. On failure the last three are filled: the HTTP
 // status ("0" when no answer came), the reason in words, and the URL that
 // failed; on success they are emptied.
 #pragma once

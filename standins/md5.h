@@ -17,6 +17,10 @@ namespace standins {
 bool md5File(const std::string& readablePath, size_t blockSize, std::string& hexOut,
              std::string& error);
 
+// The SHA-256 of the file at `readablePath` as 64 lower-case hex digits,
+// read block by block (OpenSSL: the simulated machine's files).
+bool sha256File(const std::string& readablePath, std::string& hexOut, std::string& error);
+
 // One running MD5, implemented by the platform's backend.
 class Md5Hasher {
 public:

@@ -6,6 +6,9 @@ namespace reason {
 std::string httpStatus(long status, const std::string& statusText) {
     return "HTTP " + std::to_string(status) + (statusText.empty() ? "" : " " + statusText);
 }
+std::string redirected(long status, const std::string& statusText, const std::string& location) {
+    return httpStatus(status, statusText) + (location.empty() ? "" : ", redirected to " + location);
+}
 std::string notHttp(const std::string& url) { return "not an http URL: " + url; }
 std::string hostNotFound(const std::string& host) { return "host not found: " + host; }
 std::string cannotConnect(const std::string& host, int port) {

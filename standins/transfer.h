@@ -40,6 +40,8 @@ struct TransferResult {
 // so that a pass logs the same text on Windows and on the simulated machine.
 namespace reason {
 std::string httpStatus(long status, const std::string& statusText);  // "HTTP 404 Not Found"
+// "HTTP 302 Found, redirected to X": a redirect is an answer of its own, never followed.
+std::string redirected(long status, const std::string& statusText, const std::string& location);
 std::string notHttp(const std::string& url);                         // "not an http URL: x"
 std::string hostNotFound(const std::string& host);                   // "host not found: x"
 std::string cannotConnect(const std::string& host, int port);        // "cannot connect to x:80"
@@ -54,6 +56,10 @@ using DataSink = std::function<bool(const char* data, size_t size)>;
 class Transport {
 public:
     virtual ~Transport() = default;
+    // Sends the transfers of this transport through a named proxy ("host:port")
+    // that asks for these credentials (none when the user is empty), instead
+    // of connecting directly.
+    virtual void useProxy(const std::string& server, const std::string& user, const std::string& password) = 0;
     // GET `url`. `cancel`, when given and set, aborts a running transfer.
     virtual TransferResult get(const std::string& url, const DataSink& onData,
                                const std::atomic<bool>* cancel) = 0;

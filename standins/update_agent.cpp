@@ -255,13 +255,17 @@ public:
             std::vector<Variant> items(u_->kbs.begin(), u_->kbs.end());
             return Variant(std::make_shared<WuCollection>("IStringCollection", std::move(items), true));
         });
+        // Read-only, and asked for once per configured classification: made once.
         property("Categories", [this] {
-            std::vector<Variant> items;
-            for (const auto& [type, name] : u_->categories)
-                items.emplace_back(std::make_shared<PropertyBag>(
-                    "ICategory",
-                    std::vector<std::pair<std::string, Variant>>{{"Type", Variant(type)}, {"Name", Variant(name)}}));
-            return Variant(std::make_shared<WuCollection>("ICategoryCollection", std::move(items), true));
+            if (!categories_) {
+                std::vector<Variant> items;
+                for (const auto& [type, name] : u_->categories)
+                    items.emplace_back(std::make_shared<PropertyBag>(
+                        "ICategory",
+                        std::vector<std::pair<std::string, Variant>>{{"Type", Variant(type)}, {"Name", Variant(name)}}));
+                categories_ = std::make_shared<WuCollection>("ICategoryCollection", std::move(items), true);
+            }
+            return Variant(categories_);
         });
         property("DownloadContents", [this] {
             std::vector<Variant> items;
@@ -281,6 +285,7 @@ public:
 
 private:
     std::shared_ptr<const CatalogUpdate> u_;
+    std::shared_ptr<WuCollection> categories_;
 };
 
 // ---- WebProxy. ----

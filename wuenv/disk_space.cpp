@@ -5,6 +5,7 @@
 #include "config/agent_settings.h"
 #include "config/ini.h"
 #include "log/w3c_log.h"
+#include "platform/errors.h"
 #include "platform/host.h"
 #include "platform/variant.h"
 #include "wuenv/environment.h"
@@ -25,12 +26,10 @@ double megabytes(uint64_t bytes) {
 
 void fncGetDiskSpace(const std::string& driveRoot) {
     uint64_t freeToCaller = 0, total = 0, totalFree = 0;
-    if (!platform::files().diskFreeSpace(driveRoot, freeToCaller, total, totalFree)) {
-        // Nothing known: zero free space, so the downloads that ask are skipped.
-        WriteW3CLog("ModComman", "fncGetDiskSpace", "ERROR", "Could not read the disk space.", driveRoot,
-                    std::to_string(platform::sys().lastError()));
-        total = totalFree = 0;
-    }
+    // A drive whose space cannot be read is a failure of the call: the values
+    // stay as they were, and the callers go on as their rules say.
+    if (!platform::files().diskFreeSpace(driveRoot, freeToCaller, total, totalFree))
+        throw platform::makeError(platform::err::PathNotFound);
     environment.DriveTotalMB = megabytes(total);
     environment.DriveFreeMB = megabytes(totalFree);
     environment.DriveTotalMBText = platform::formatNumber(environment.DriveTotalMB);

@@ -102,7 +102,7 @@ ClassState MachineConfig::classState(const std::string& progId) const {
     return it == classes.end() ? ClassState::Normal : it->second;
 }
 
-MachineConfig loadMachineConfig(const std::filesystem::path& iniFile) {
+MachineConfig loadMachineConfig(const std::filesystem::path& iniFile, const std::map<std::string, int>& sitePorts) {
     std::error_code ec;
     if (!std::filesystem::is_regular_file(iniFile, ec))
         throw MachineError("machine.ini not found: " + iniFile.string());
@@ -188,8 +188,13 @@ MachineConfig loadMachineConfig(const std::filesystem::path& iniFile) {
     }
 
     for (const auto* e : r.section("Network")) {
-        std::string error;
-        if (!c.network.add(e->key, e->value, error)) Reader::fail(e->line, "[Network] " + error);
+        std::string error, to = e->value;
+        if (to.rfind("site:", 0) == 0) {
+            auto site = sitePorts.find(to.substr(5));
+            if (site == sitePorts.end()) continue;  // no such site running: the host is unreachable
+            to = "127.0.0.1:" + std::to_string(site->second);
+        }
+        if (!c.network.add(e->key, to, error)) Reader::fail(e->line, "[Network] " + error);
     }
     r.number("Downloads", "PollWaitMs", c.pollWaitMs);
     r.number("Downloads", "StallSeconds", c.stallSeconds);

@@ -53,6 +53,10 @@ struct MachineConfig {
 };
 
 // Reads <folder>/machine.ini; throws MachineError naming the file and line.
-MachineConfig loadMachineConfig(const std::filesystem::path& iniFile);
+// `sitePorts`: the loopback ports of the local sites by name; a [Network]
+// line "HOST=site:NAME" sends HOST there, and makes it unreachable when no
+// such site runs.
+MachineConfig loadMachineConfig(const std::filesystem::path& iniFile,
+                                const std::map<std::string, int>& sitePorts = {});
 
 }  // namespace platform::sim

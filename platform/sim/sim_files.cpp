@@ -15,6 +15,7 @@
 #include "platform/errors.h"
 #include "platform/sim/sim_machine.h"
 #include "platform/sim/sim_state.h"
+#include "standins/md5.h"
 
 namespace platform::sim {
 
@@ -268,7 +269,10 @@ bool SimFiles::listingCurrent(const fs::path& dir) const {
 }
 
 void SimFiles::changed(const fs::path& dir, const std::string& name, EntryChange change, bool wasCurrent) {
-    if (change != EntryChange::Rewritten) found_.erase(dir.string());
+    if (change != EntryChange::Rewritten) {
+        found_.erase(dir.string());
+        located_.clear();
+    }
     auto it = listings_.find(dir.string());
     if (it == listings_.end()) return;
     std::error_code ec;
@@ -346,6 +350,7 @@ fs::path SimFiles::resolve(const WinPath& p) const {
 }
 
 fs::path SimFiles::hostPath(std::string_view windowsPath) const {
+    if (auto known = located_.find(std::string(windowsPath)); known != located_.end()) return known->second.host;
     WinPath p;
     if (!parseWinPath(windowsPath, p))
         throw MachineError("not a usable Windows path: \"" + std::string(windowsPath) + "\"");
@@ -360,6 +365,9 @@ bool SimFiles::isReadOnly(const fs::path& host) const {
 }
 
 std::optional<SimFiles::Located> SimFiles::locate(std::string_view path, bool allowWildcards) {
+    std::string key(path);
+    if (allowWildcards) key.insert(key.begin(), '\x01');
+    if (auto known = located_.find(key); known != located_.end()) return known->second;
     Located l;
     if (!parseWinPath(path, l.win, allowWildcards)) {
         state_.lastError = win32::InvalidName;
@@ -370,6 +378,8 @@ std::optional<SimFiles::Located> SimFiles::locate(std::string_view path, bool al
         return std::nullopt;
     }
     l.host = resolve(l.win);
+    if (located_.size() >= 4096) located_.clear();
+    located_.emplace(std::move(key), l);
     return l;
 }
 
@@ -511,6 +521,34 @@ void SimFiles::deleteFolder(std::string_view path) {
     fs::remove_all(l->host, ec);
     if (ec) raise(err::PermissionDenied, win32::AccessDenied);
     charge(l->win.drive, -static_cast<int64_t>(size));
+}
+
+void SimFiles::moveFile(std::string_view from, std::string_view to) {
+    auto source = locate(from);
+    std::error_code ec;
+    if (!source || !fs::is_regular_file(source->host, ec)) raise(err::FileNotFound, win32::FileNotFound);
+    uint64_t old = 0;
+    Located target = locateForWrite(to, old);
+    const uint64_t size = fs::file_size(source->host, ec);
+    if (source->host == target.host) return;
+    const bool fromCurrent = listingCurrent(source->host.parent_path());
+    const bool toCurrent = listingCurrent(target.host.parent_path());
+    fs::rename(source->host, target.host, ec);
+    if (ec) raise(err::PermissionDenied, win32::AccessDenied);
+    changed(source->host.parent_path(), source->host.filename().string(), EntryChange::Removed, fromCurrent);
+    changed(target.host.parent_path(), target.host.filename().string(),
+            old == 0 ? EntryChange::Added : EntryChange::Rewritten, toCurrent);
+    charge(source->win.drive, -static_cast<int64_t>(size));
+    charge(target.win.drive, static_cast<int64_t>(size) - static_cast<int64_t>(old));
+}
+
+std::string SimFiles::sha256(std::string_view path) {
+    auto l = locate(path);
+    std::error_code ec;
+    if (!l || !fs::is_regular_file(l->host, ec)) raise(err::FileNotFound, win32::FileNotFound);
+    std::string hex, error;
+    if (!standins::sha256File(l->host.string(), hex, error)) raise(err::PathFileAccessError, win32::AccessDenied);
+    return hex;
 }
 
 std::string SimFiles::readAll(std::string_view path) {

@@ -69,6 +69,8 @@ public:
     void setReadOnly(std::string_view path, bool readOnly) override;
     void deleteFile(std::string_view path) override;
     void deleteFolder(std::string_view path) override;
+    void moveFile(std::string_view from, std::string_view to) override;
+    std::string sha256(std::string_view path) override;
     std::string readAll(std::string_view path) override;
     void writeAll(std::string_view path, std::string_view bytes) override;
     void append(std::string_view path, std::string_view bytes) override;
@@ -121,6 +123,7 @@ private:
         found_.clear();
         listings_.clear();
         drives_.clear();
+        located_.clear();
     }
     // A folder's names, kept while its modification time stays: a name that
     // is not there exactly is looked for without listing a big folder again.
@@ -139,6 +142,10 @@ private:
     mutable std::unordered_map<std::string, std::unordered_map<std::string, std::string>> found_;
     mutable std::map<char, std::filesystem::path> drives_;
     mutable std::unordered_map<std::string, Listing> listings_;
+    // Whole paths as the program names them, resolved: a pass names the same
+    // few files (its log, its lists) thousands of times. Dropped whenever a
+    // folder gains or loses an entry.
+    mutable std::unordered_map<std::string, Located> located_;
 };
 
 }  // namespace platform::sim

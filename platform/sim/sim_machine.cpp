@@ -39,7 +39,7 @@ std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenO
     MachineState& s = impl->state;
     s.folder = fs::absolute(folder, ec);
     if (ec) s.folder = folder;
-    s.config = loadMachineConfig(s.folder / "machine.ini");
+    s.config = loadMachineConfig(s.folder / "machine.ini", options.sitePorts);
 
     impl->files = std::make_unique<SimFiles>(s);
     sweepStaged(s.folder / ".transfers");

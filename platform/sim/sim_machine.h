@@ -6,6 +6,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -33,7 +34,9 @@ public:
 
 struct OpenOptions {
     std::optional<DateTime> now;  // start of the clock; else machine.ini's
-    bool frozenClock = false;     // the clock moves only with sleeps (tests)
+    bool frozenClock = false;     // the clock moves only with sleeps (tests, repeatable runs)
+    // The local sites' ports by name, for machine.ini's "HOST=site:NAME" lines.
+    std::map<std::string, int> sitePorts;
 };
 
 class SimMachine : public Host {

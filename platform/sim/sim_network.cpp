@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstdio>
 #include <mutex>
 #include <unistd.h>
@@ -40,6 +41,12 @@ public:
         return transfer(url, &p, onData, nullptr);
     }
 
+    void useProxy(const std::string& server, const std::string& user, const std::string& password) override {
+        proxyServer_ = server;
+        proxyUser_ = user;
+        proxyPassword_ = password;
+    }
+
 private:
     struct PostBody {
         const std::string& contentType;
@@ -54,7 +61,18 @@ private:
             r.reason = standins::reason::notHttp(url);
             return r;
         }
-        auto to = map_.resolve(parsed->host, parsed->port);
+        // Through a proxy only the proxy's own name is looked up: it reaches the host.
+        std::string proxyHost = proxyServer_;
+        int proxyPort = 80;
+        if (const size_t colon = proxyServer_.rfind(':'); colon != std::string::npos) {
+            proxyHost = proxyServer_.substr(0, colon);
+            proxyPort = std::atoi(proxyServer_.c_str() + colon + 1);
+        }
+        auto to = proxyServer_.empty() ? map_.resolve(parsed->host, parsed->port) : map_.resolve(proxyHost, proxyPort);
+        if (!proxyServer_.empty() && !to) {
+            r.reason = standins::reason::cannotConnect(proxyHost, proxyPort);
+            return r;
+        }
         if (!to) {
             // Nothing outside the machine is reachable: an unmapped host is unknown.
             r.reason = standins::reason::hostNotFound(parsed->host);
@@ -84,10 +102,21 @@ private:
             curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
         }
         curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-        curl_easy_setopt(curl, CURLOPT_CONNECT_TO, connect);
-        // The host's own proxy settings play no part on the simulated machine.
-        curl_easy_setopt(curl, CURLOPT_PROXY, "");
-        curl_easy_setopt(curl, CURLOPT_NOPROXY, "*");
+        const std::string proxyAddress = "http://" + to->address + ":" + std::to_string(to->port);
+        if (proxyServer_.empty()) {
+            curl_easy_setopt(curl, CURLOPT_CONNECT_TO, connect);
+            // The host's own proxy settings play no part on the simulated machine.
+            curl_easy_setopt(curl, CURLOPT_PROXY, "");
+            curl_easy_setopt(curl, CURLOPT_NOPROXY, "*");
+        } else {
+            curl_easy_setopt(curl, CURLOPT_PROXY, proxyAddress.c_str());
+            curl_easy_setopt(curl, CURLOPT_NOPROXY, "");
+            if (!proxyUser_.empty()) {
+                curl_easy_setopt(curl, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC));
+                curl_easy_setopt(curl, CURLOPT_PROXYUSERNAME, proxyUser_.c_str());
+                curl_easy_setopt(curl, CURLOPT_PROXYPASSWORD, proxyPassword_.c_str());
+            }
+        }
         // A redirect could name a host the map does not cover: not followed.
         curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
         curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -109,6 +138,9 @@ private:
         curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
         curl_off_t bytes = 0;
         curl_easy_getinfo(curl, CURLINFO_SIZE_DOWNLOAD_T, &bytes);
+        char* location = nullptr;
+        curl_easy_getinfo(curl, CURLINFO_REDIRECT_URL, &location);
+        const std::string redirect = location ? location : "";
         curl_easy_cleanup(curl);
         curl_slist_free_all(connect);
         curl_slist_free_all(headers);
@@ -126,7 +158,7 @@ private:
         } else if (code != CURLE_OK) {
             r.reason = standins::reason::interrupted(r.bytes);
         } else if (status < 200 || status > 299) {
-            r.reason = standins::reason::httpStatus(status, ctx.statusText);
+            r.reason = standins::reason::redirected(status, ctx.statusText, redirect);
         } else {
             r.ok = true;
         }
@@ -187,6 +219,7 @@ private:
     };
 
     const standins::NetworkMap& map_;
+    std::string proxyServer_, proxyUser_, proxyPassword_;
     unsigned stallSeconds_;
 };
 

@@ -33,20 +33,6 @@ std::string_view hiveName(Hive h) {
     return "HKEY_LOCAL_MACHINE";
 }
 
-bool samePath(const std::vector<std::string>& a, const std::vector<std::string>& b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (!iequals(a[i], b[i])) return false;
-    return true;
-}
-
-bool isPrefix(const std::vector<std::string>& prefix, const std::vector<std::string>& path) {
-    if (prefix.size() > path.size()) return false;
-    for (size_t i = 0; i < prefix.size(); ++i)
-        if (!iequals(prefix[i], path[i])) return false;
-    return true;
-}
-
 std::string_view trimRight(std::string_view s) {
     while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
     return s;
@@ -282,7 +268,32 @@ RegDocument RegDocument::parse(std::string_view text) {
     } catch (const ParseError& e) {
         throw MachineError("registry.reg line " + std::to_string(e.line) + ": " + e.what);
     }
+    for (size_t i = 0; i < d.keys_.size(); ++i) d.indexKey(i);
     return d;
+}
+
+std::string RegDocument::indexName(Hive hive, const std::vector<std::string>& path, size_t count) {
+    std::string name = std::to_string(static_cast<int>(hive));
+    for (size_t i = 0; i < count; ++i) {
+        name += '\\';
+        for (char c : path[i]) name += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    return name;
+}
+
+void RegDocument::indexKey(size_t at) {
+    const Key& k = keys_[at];
+    definitions_[indexName(k.hive, k.path, k.path.size())].push_back(at);
+    // Every key on the path exists; each is its parent's subkey (first spelling kept).
+    for (size_t n = 1; n <= k.path.size(); ++n) {
+        if (!existing_.insert(indexName(k.hive, k.path, n)).second) continue;
+        children_[indexName(k.hive, k.path, n - 1)].push_back(k.path[n - 1]);
+    }
+}
+
+std::vector<std::string> RegDocument::subKeys(Hive hive, const std::vector<std::string>& path) const {
+    auto it = children_.find(indexName(hive, path, path.size()));
+    return it == children_.end() ? std::vector<std::string>{} : it->second;
 }
 
 std::string RegDocument::renderHeader(const Key& k) const {
@@ -354,16 +365,12 @@ std::string RegDocument::serialize() const {
 }
 
 RegDocument::Key* RegDocument::lastKey(Hive hive, const std::vector<std::string>& path) {
-    for (auto it = keys_.rbegin(); it != keys_.rend(); ++it)
-        if (it->hive == hive && samePath(it->path, path)) return &*it;
-    return nullptr;
+    auto it = definitions_.find(indexName(hive, path, path.size()));
+    return it == definitions_.end() ? nullptr : &keys_[it->second.back()];
 }
 
 bool RegDocument::keyExists(Hive hive, const std::vector<std::string>& path) const {
-    if (path.empty()) return true;
-    for (const auto& k : keys_)
-        if (k.hive == hive && isPrefix(path, k.path)) return true;
-    return false;
+    return path.empty() || existing_.count(indexName(hive, path, path.size())) > 0;
 }
 
 namespace {
@@ -402,6 +409,7 @@ RegDocument::Key& RegDocument::appendKey(Hive hive, const std::vector<std::strin
     k.path = path;
     k.items.push_back(Item{false, {}, eol_});
     keys_.push_back(std::move(k));
+    indexKey(keys_.size() - 1);
     return keys_.back();
 }
 
@@ -414,9 +422,11 @@ bool RegDocument::createKey(Hive hive, const std::vector<std::string>& path) {
 bool RegDocument::findValue(Hive hive, const std::vector<std::string>& path,
                             std::string_view name, RegValue& out) const {
     bool found = false;
+    auto defs = definitions_.find(indexName(hive, path, path.size()));
+    if (defs == definitions_.end()) return false;
     // Later definitions win, as an import applies them in order.
-    for (const auto& k : keys_) {
-        if (k.hive != hive || !samePath(k.path, path)) continue;
+    for (size_t at : defs->second) {
+        const Key& k = keys_[at];
         for (const auto& item : k.items)
             if (item.isValue && iequals(item.value.name, name)) {
                 out = item.value.data;
@@ -429,8 +439,9 @@ bool RegDocument::findValue(Hive hive, const std::vector<std::string>& path,
 void RegDocument::setValue(Hive hive, const std::vector<std::string>& path, std::string_view name,
                            const RegValue& value) {
     Item* existing = nullptr;
-    for (auto& k : keys_) {
-        if (k.hive != hive || !samePath(k.path, path)) continue;
+    auto defs = definitions_.find(indexName(hive, path, path.size()));
+    for (size_t at : defs == definitions_.end() ? std::vector<size_t>{} : defs->second) {
+        Key& k = keys_[at];
         for (auto& item : k.items)
             if (item.isValue && iequals(item.value.name, name)) existing = &item;
     }
@@ -504,6 +515,20 @@ public:
         return regerr::Success;
     }
 
+    long enumSubKey(uint32_t index, std::string& name) override {
+        constexpr uint32_t kEnumerateSubKeys = 0x0008;
+        if (!(access_ & kEnumerateSubKeys)) return regerr::AccessDenied;
+        // The names as they were when the enumeration began, as a caller
+        // walking the indexes of an unchanged key sees them.
+        if (index == 0 || !listed_) {
+            subKeys_ = reg_.document().subKeys(hive_, path_);
+            listed_ = true;
+        }
+        if (index >= subKeys_.size()) return regerr::NoMoreItems;
+        name = subKeys_[index];
+        return regerr::Success;
+    }
+
     static constexpr long kIoFailed = 1016;  // ERROR_REGISTRY_IO_FAILED
 
 private:
@@ -512,6 +537,8 @@ private:
     std::vector<std::string> path_;
     uint32_t access_;
     RegView view_;
+    std::vector<std::string> subKeys_;
+    bool listed_ = false;
 };
 
 }  // namespace
@@ -549,7 +576,7 @@ bool SimRegistry::splitPath(std::string_view path, std::vector<std::string>& out
 
 std::vector<std::string> SimRegistry::redirect(Hive hive, std::vector<std::string> path,
                                                RegView view) const {
-    if (hive == Hive::LocalMachine && view == RegView::Default && is64BitOS() && !path.empty() &&
+    if (hive == Hive::LocalMachine && view != RegView::View64 && is64BitOS() && !path.empty() &&
         iequals(path[0], "SOFTWARE") && !(path.size() > 1 && iequals(path[1], "Wow6432Node")))
         path.insert(path.begin() + 1, "Wow6432Node");
     return path;

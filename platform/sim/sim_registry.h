@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "platform/registry.h"
@@ -37,6 +39,8 @@ public:
     // Sets a value, creating the key's entry when needed.
     void setValue(Hive hive, const std::vector<std::string>& path, std::string_view name,
                   const RegValue& value);
+    // The names of a key's subkeys, in the order they first appear in the file.
+    std::vector<std::string> subKeys(Hive hive, const std::vector<std::string>& path) const;
 
 private:
     struct Value {
@@ -60,8 +64,18 @@ private:
     std::string renderValue(const Value& v) const;
     std::string renderHeader(const Key& k) const;
 
+    // Keys by their hive and upper-cased path: where each is defined (its
+    // entries of keys_, in file order), which exist (listed, or the parent of
+    // one that is) and their subkeys, so that a lookup costs a hash, not a
+    // walk over every key of the file.
+    static std::string indexName(Hive hive, const std::vector<std::string>& path, size_t count);
+    void indexKey(size_t at);
+
     std::string preamble_;  // the header line and what precedes the first key
     std::vector<Key> keys_;
+    std::unordered_map<std::string, std::vector<size_t>> definitions_;
+    std::unordered_set<std::string> existing_;
+    std::unordered_map<std::string, std::vector<std::string>> children_;
     std::string eol_ = "\r\n";
     bool unicodeFormat_ = true;  // "Windows Registry Editor Version 5.00" (else REGEDIT4)
 };

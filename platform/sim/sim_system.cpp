@@ -87,6 +87,8 @@ bool SimSystem::getVersion(OsVersion& out) {
     return true;
 }
 
+bool SimSystem::is64BitWindows() { return state_.config.is64BitOS; }
+
 uint32_t SimSystem::lastError() { return state_.lastError; }
 
 void SimSystem::setLastError(uint32_t code) { state_.lastError = code; }

@@ -26,6 +26,7 @@ public:
     std::string exePath() override;
     std::string systemDirectory() override;
     bool getVersion(OsVersion& out) override;
+    bool is64BitWindows() override;
     uint32_t lastError() override;
     void setLastError(uint32_t code) override;
     // An exclusive lock on <machine>/.mutex-<name>, held until the machine

@@ -1,4 +1,5 @@
 #include <windows.h>
+#include <wincrypt.h>
 
 #include <algorithm>
 #include <string>
@@ -148,6 +149,53 @@ public:
         while (!p.empty() && isSeparator(p.back()) && p.size() > rootLength(p)) p.pop_back();
         if (!folderExists(p)) fail(err::PathNotFound);
         removeTree(p);
+    }
+
+    void moveFile(std::string_view from, std::string_view to) override {
+        std::string f(from), t(to);
+        if (MoveFileExA(f.c_str(), t.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED)) return;
+        DWORD e = GetLastError();
+        if (e == ERROR_ACCESS_DENIED) fail(err::PermissionDenied);  // the target is read-only or in use
+        failWith(e, err::FileNotFound);
+    }
+
+    std::string sha256(std::string_view path) override {
+        std::string p(path);
+        UniqueFile f(CreateFileA(p.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                 FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+        if (!f) failWith(GetLastError(), err::FileNotFound);
+        HCRYPTPROV prov = 0;
+        HCRYPTHASH hash = 0;
+        // SHA-256 needs the AES provider (Windows XP SP3 and later).
+        if (!CryptAcquireContextA(&prov, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT))
+            fail(err::DeviceIOError);
+        struct Release {
+            HCRYPTPROV& prov;
+            HCRYPTHASH& hash;
+            ~Release() {
+                if (hash) CryptDestroyHash(hash);
+                CryptReleaseContext(prov, 0);
+            }
+        } release{prov, hash};
+        if (!CryptCreateHash(prov, CALG_SHA_256, 0, 0, &hash)) fail(err::DeviceIOError);
+        std::vector<BYTE> block(1 << 20);
+        for (;;) {
+            DWORD got = 0;
+            if (!ReadFile(f.get(), block.data(), static_cast<DWORD>(block.size()), &got, nullptr))
+                failWith(GetLastError(), err::DeviceIOError);
+            if (got == 0) break;
+            if (!CryptHashData(hash, block.data(), got, 0)) fail(err::DeviceIOError);
+        }
+        BYTE digest[32];
+        DWORD size = sizeof digest;
+        if (!CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0) || size != sizeof digest) fail(err::DeviceIOError);
+        static const char kHex[] = "0123456789abcdef";
+        std::string hex;
+        for (BYTE b : digest) {
+            hex += kHex[b >> 4];
+            hex += kHex[b & 15];
+        }
+        return hex;
     }
 
     std::string readAll(std::string_view path) override {

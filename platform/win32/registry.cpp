@@ -22,6 +22,7 @@ HKEY rootOf(Hive h) {
 // 64-bit build must ask for explicitly.
 REGSAM viewFlag(RegView v) {
     if (v == RegView::View64) return KEY_WOW64_64KEY;
+    if (v == RegView::View32) return KEY_WOW64_32KEY;
 #ifdef _WIN64
     return KEY_WOW64_32KEY;
 #else
@@ -63,6 +64,14 @@ public:
 
     long createSubKey(std::string_view name, std::unique_ptr<RegKey>& out) override {
         return create(key_.get(), name, view_, out);
+    }
+
+    long enumSubKey(uint32_t index, std::string& name) override {
+        char buf[256];  // a key name has at most 255 characters
+        DWORD size = sizeof buf;
+        LONG r = RegEnumKeyExA(key_.get(), index, buf, &size, nullptr, nullptr, nullptr, nullptr);
+        if (r == ERROR_SUCCESS) name.assign(buf, size);
+        return r;
     }
 
     // RegCreateKeyA: creates every missing key of `path` below `parent`.

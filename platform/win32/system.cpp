@@ -61,6 +61,21 @@ public:
         return true;
     }
 
+    bool is64BitWindows() override {
+#ifdef _WIN64
+        return true;
+#else
+        // Looked up at run time: IsWow64Process is missing on the oldest systems.
+        using IsWow64Fn = BOOL(WINAPI*)(HANDLE, PBOOL);
+        HMODULE kernel = GetModuleHandleA("kernel32.dll");
+        auto isWow64 = kernel ? reinterpret_cast<IsWow64Fn>(
+                                    reinterpret_cast<void*>(GetProcAddress(kernel, "IsWow64Process")))
+                              : nullptr;
+        BOOL wow64 = FALSE;
+        return isWow64 && isWow64(GetCurrentProcess(), &wow64) && wow64;
+#endif
+    }
+
     uint32_t lastError() override { return GetLastError(); }
     void setLastError(uint32_t code) override { SetLastError(code); }
 

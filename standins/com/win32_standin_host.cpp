@@ -103,6 +103,12 @@ public:
         return transfer(url, &p, onData, nullptr);
     }
 
+    void useProxy(const std::string& server, const std::string& user, const std::string& password) override {
+        proxyServer_ = server;
+        proxyUser_ = user;
+        proxyPassword_ = password;
+    }
+
 private:
     struct PostBody {
         const std::string& contentType;
@@ -122,7 +128,21 @@ private:
             return r;
         }
         Endpoint to{parsed->host, parsed->port};
-        if (settings_.mapped) {
+        std::string proxy;  // "http=address:port" of a named proxy, which reaches the host itself
+        if (!proxyServer_.empty()) {
+            const size_t colon = proxyServer_.rfind(':');
+            Endpoint at{proxyServer_.substr(0, colon),
+                        colon == std::string::npos ? 80 : std::atoi(proxyServer_.c_str() + colon + 1)};
+            if (settings_.mapped) {
+                auto mapped = settings_.map.resolve(at.address, at.port);
+                if (!mapped) {
+                    r.reason = reason::cannotConnect(at.address, at.port);
+                    return r;
+                }
+                at = *mapped;
+            }
+            proxy = "http=" + at.address + ":" + std::to_string(at.port);
+        } else if (settings_.mapped) {
             auto mapped = settings_.map.resolve(parsed->host, parsed->port);
             if (!mapped) {
                 // Nothing outside the machine is reachable: an unmapped host is unknown.
@@ -141,8 +161,11 @@ private:
         url_ = *parsed;
         DWORD stallMs = settings_.stallSeconds * 1000;
 
-        // Direct connections only: the computer's proxy is never asked.
-        UniqueInternet session(InternetOpenA("KPMStandins", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
+        // Direct, or through the proxy the caller named: the computer's own
+        // proxy setting is never asked.
+        UniqueInternet session(proxy.empty()
+                                   ? InternetOpenA("KPMStandins", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0)
+                                   : InternetOpenA("KPMStandins", INTERNET_OPEN_TYPE_PROXY, proxy.c_str(), nullptr, 0));
         if (!session) return failed(r, GetLastError(), endpoint);
         DWORD connectMs = 10000;
         InternetSetOptionA(session.get(), INTERNET_OPTION_CONNECT_TIMEOUT, &connectMs, sizeof connectMs);
@@ -168,8 +191,14 @@ private:
         InternetSetOptionA(request.get(), INTERNET_OPTION_RECEIVE_TIMEOUT, &stallMs,
                            sizeof stallMs);
 
+        if (!proxy.empty() && !proxyUser_.empty()) {
+            InternetSetOptionA(request.get(), INTERNET_OPTION_PROXY_USERNAME, const_cast<char*>(proxyUser_.c_str()),
+                               static_cast<DWORD>(proxyUser_.size()));
+            InternetSetOptionA(request.get(), INTERNET_OPTION_PROXY_PASSWORD, const_cast<char*>(proxyPassword_.c_str()),
+                               static_cast<DWORD>(proxyPassword_.size()));
+        }
         // A mapped host is reached at its endpoint but still named in the request.
-        if (to.address != parsed->host || to.port != parsed->port) {
+        if (proxy.empty() && (to.address != parsed->host || to.port != parsed->port)) {
             const std::string header = "Host: " + hostHeader(*parsed) + "\r\n";
             HttpAddRequestHeadersA(request.get(), header.c_str(), static_cast<DWORD>(header.size()),
                                    HTTP_ADDREQ_FLAG_ADD | HTTP_ADDREQ_FLAG_REPLACE);
@@ -190,7 +219,8 @@ private:
         if (status < 200 || status > 299) {
             // An error page is no file: its body is not read.
             const std::string text = queryText(request.get(), HTTP_QUERY_STATUS_TEXT);
-            r.reason = reason::httpStatus(static_cast<long>(status), text);
+            r.reason = reason::redirected(static_cast<long>(status), text,
+                                          status >= 300 && status <= 399 ? queryText(request.get(), HTTP_QUERY_LOCATION) : "");
             return r;
         }
 
@@ -232,6 +262,7 @@ private:
 
     NetworkSettings settings_;
     HttpUrl url_;  // the URL of the transfer under way, for the failure's words
+    std::string proxyServer_, proxyUser_, proxyPassword_;
 };
 
 // Written as "<destination>.~kpm<pid>-<n>.part" beside the destination and

@@ -1,6 +1,9 @@
 // MD5 through OpenSSL's EVP interface (Linux).
 #include <openssl/evp.h>
 
+#include <cstdio>
+#include <vector>
+
 #include "standins/md5.h"
 
 namespace standins {
@@ -40,6 +43,38 @@ std::unique_ptr<Md5Hasher> newMd5Hasher(std::string& error) {
         return nullptr;
     }
     return hasher;
+}
+
+bool sha256File(const std::string& readablePath, std::string& hexOut, std::string& error) {
+    std::unique_ptr<FILE, int (*)(FILE*)> f(std::fopen(readablePath.c_str(), "rb"), &std::fclose);
+    if (!f) {
+        error = "cannot open " + readablePath;
+        return false;
+    }
+    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> ctx(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
+    if (!ctx || EVP_DigestInit_ex(ctx.get(), EVP_sha256(), nullptr) != 1) {
+        error = "OpenSSL does not provide SHA-256";
+        return false;
+    }
+    std::vector<unsigned char> block(1 << 20);
+    for (size_t n; (n = std::fread(block.data(), 1, block.size(), f.get())) > 0;)
+        if (EVP_DigestUpdate(ctx.get(), block.data(), n) != 1) {
+            error = "SHA-256 update failed";
+            return false;
+        }
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int len = 0;
+    if (std::ferror(f.get()) || EVP_DigestFinal_ex(ctx.get(), digest, &len) != 1) {
+        error = "cannot read " + readablePath;
+        return false;
+    }
+    static const char kHex[] = "0123456789abcdef";
+    hexOut.clear();
+    for (unsigned int i = 0; i < len; ++i) {
+        hexOut += kHex[digest[i] >> 4];
+        hexOut += kHex[digest[i] & 15];
+    }
+    return true;
 }
 
 }  // namespace standins

@@ -30,7 +30,10 @@ void writeText(const fs::path& p, const std::string& text) {
 const char* const kServiceKeys =
     "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\wuauserv]\r\n\"Start\"=dword:00000003\r\n\r\n"
     "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\BITS]\r\n\"Start\"=dword:00000003\r\n\r\n"
-    "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\LanmanServer]\r\n\"Start\"=dword:00000004\r\n\r\n";
+    "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\LanmanServer]\r\n\"Start\"=dword:00000004\r\n\r\n"
+    // The hives Windows always has loaded: the default profile's and the user's.
+    "[HKEY_USERS\\.DEFAULT\\Software]\r\n\r\n"
+    "[HKEY_USERS\\S-1-5-21-0-0-0-1000\\Software]\r\n\r\n";
 
 std::string servicesIni(const std::map<std::string, bool>& running) {
     auto state = [&](const char* name) {

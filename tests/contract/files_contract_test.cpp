@@ -66,6 +66,21 @@ TEST_F(Files, ContentsAreBytes) {
     EXPECT_EQ(0u, (files().writeAll(at("empty.txt"), ""), files().fileSize(at("empty.txt"))));
 }
 
+// A finished download is put in place under its name at once, replacing what
+// was there; its SHA-256 is read from the file.
+TEST_F(Files, MovedIntoPlaceAndHashed) {
+    files().writeAll(at("staged.partial"), "abc");
+    files().writeAll(at("setup.exe"), "older build");
+    files().moveFile(at("staged.partial"), at("setup.exe"));
+    EXPECT_FALSE(files().fileExists(at("staged.partial")));
+    EXPECT_EQ("abc", files().readAll(at("setup.exe")));
+    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad", files().sha256(at("setup.exe")));
+    files().writeAll(at("empty.bin"), "");
+    EXPECT_EQ("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855", files().sha256(at("empty.bin")));
+    EXPECT_EQ(err::FileNotFound, contract::errorOf([&] { files().sha256(at("none.bin")); }).number());
+    EXPECT_EQ(err::FileNotFound, contract::errorOf([&] { files().moveFile(at("none.bin"), at("x.bin")); }).number());
+}
+
 TEST_F(Files, ExistenceTellsFilesFromFolders) {
     files().writeAll(at("f.txt"), "x");
     files().createFolder(at("Sub Folder"));

@@ -1,4 +1,5 @@
 // The registry: result codes, value types and bytes, the two views, key creation.
+#include <algorithm>
 #include <cstring>
 
 #include "contract_env.h"
@@ -153,6 +154,40 @@ TEST_F(Registry, AKeyOpenedForReadingCannotBeWritten) {
     ASSERT_EQ(regerr::Success,
               open(Hive::CurrentUser, env().keyPath(), RegView::Default, k, regaccess::AllAccess));
     EXPECT_EQ(regerr::Success, k->setValue("v", RegValue::dword(1)));
+}
+
+// Subkeys are listed by index until "no more items"; the 32-bit view's key is
+// the same whichever of its two names opens it; HKEY_USERS lists the loaded
+// user hives (the third-party search walks them).
+TEST_F(Registry, SubkeysAreListedByIndexInTheViewThatOpenedTheKey) {
+    const std::string top = env().keyPath();
+    ASSERT_TRUE(create(Hive::CurrentUser, top + "\\list\\Beta"));
+    ASSERT_TRUE(create(Hive::CurrentUser, top + "\\list\\alpha\\deeper"));
+    std::unique_ptr<RegKey> k;
+    ASSERT_EQ(regerr::Success, open(Hive::CurrentUser, top + "\\list", RegView::Default, k));
+    std::vector<std::string> names;
+    std::string name;
+    uint32_t i = 0;
+    for (; k->enumSubKey(i, name) == regerr::Success; ++i) names.push_back(name);
+    EXPECT_EQ(regerr::NoMoreItems, k->enumSubKey(i, name));
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ((std::vector<std::string>{"Beta", "alpha"}), names);
+
+    auto key = create(Hive::LocalMachine, hklmPath() + "\\Only32\\Child");
+    ASSERT_TRUE(key);
+    for (RegView view : {RegView::Default, RegView::View32}) {
+        std::unique_ptr<RegKey> k32;
+        ASSERT_EQ(regerr::Success, open(Hive::LocalMachine, hklmPath() + "\\Only32", view, k32));
+        ASSERT_EQ(regerr::Success, k32->enumSubKey(0, name));
+        EXPECT_EQ("Child", name);
+    }
+    EXPECT_EQ(regerr::FileNotFound, open(Hive::LocalMachine, hklmPath() + "\\Only32", RegView::View64, k));
+
+    std::unique_ptr<RegKey> users;
+    ASSERT_EQ(regerr::Success, open(Hive::Users, "", RegView::Default, users));
+    bool any = false;
+    for (uint32_t u = 0; users->enumSubKey(u, name) == regerr::Success; ++u) any = true;
+    EXPECT_TRUE(any) << "HKEY_USERS lists at least one hive";
 }
 
 }  // namespace

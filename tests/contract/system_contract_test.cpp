@@ -49,6 +49,8 @@ TEST_F(System, PathsVersionAndPrograms) {
     EXPECT_GE(v.major, 5u);
     EXPECT_GE(v.productType, 1);
     EXPECT_LE(v.productType, 3);
+    // Both the test machine and the Wine prefix are 64-bit Windows.
+    EXPECT_TRUE(sys().is64BitWindows());
 }
 
 TEST_F(System, TheSingleInstanceMutexCanBeAcquiredOnce) {

@@ -15,7 +15,7 @@
 #include "schedule/schedule_settings.h"
 #include "sites/sites_server.h"
 #include "support/test_machine.h"
-#include "thirdparty/product_list.h"
+#include "tppatch/product_list.h"
 #include "webpost/site_config.h"
 #include "webpost/status_posts.h"
 #include "mspatch/download_state.h"
@@ -200,11 +200,16 @@ TEST(Procedures, BlackListRequestIsTrueFromEitherSite) {
 
 // A pass only asks about the agent's own drive, which is always there.
 TEST(Procedures, DiskSpaceOfADriveThatIsNotThere) {
+    // A space that cannot be read is a failure: the values stay, the low-space
+    // check answers false, nothing is logged.
     Opened o;
-    kpm::fncGetDiskSpace("Q:\\");
-    EXPECT_EQ(kpm::environment.DriveFreeMBText, "0");
+    kpm::environment.DriveFreeMB = 42;
+    EXPECT_THROW(kpm::fncGetDiskSpace("Q:\\"), std::exception);
+    kpm::agentSettings.InstallPath = "Q:\\VORN\\";
+    EXPECT_FALSE(kpm::fncLowDiskSpace());
+    EXPECT_EQ(kpm::environment.DriveFreeMB, 42);
     o.m.close();
-    EXPECT_EQ(o.m.logMessages().back(), "ModComman|fncGetDiskSpace|ERROR|Could not read the disk space.|Q:\\|3|");
+    EXPECT_TRUE(o.m.logMessages().empty());
 }
 
 // A pass's files are too small to reach these halves.

@@ -233,6 +233,17 @@ TEST_F(Sites, PostsAreKeptDecryptedAndAnsweredByPathOrDocumentKind) {
     }
     std::ifstream saved(c.postsFolder / "0001-mgmt-up_status.asp");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(saved), {}), "<status>1</status>");
+
+    // Started again on the same folder, it numbers on: nothing recorded is written over.
+    server.stop();
+    SitesServer again(c);
+    again.start();
+    fetch(url(again, "mgmt", "/up/status.asp"), "<status>2</status>");
+    const std::string next = (n < 9 ? "000" : "00") + std::to_string(n + 1) + "-mgmt-up_status.asp";
+    std::ifstream later(c.postsFolder / next);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(later), {}), "<status>2</status>") << next;
+    std::ifstream first(c.postsFolder / "0001-mgmt-up_status.asp");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(first), {}), "<status>1</status>");
 }
 
 TEST_F(Sites, ProxyAsksForCredentialsAndReachesLoopbackOnly) {

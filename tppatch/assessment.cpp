@@ -1,0 +1,424 @@
+#include "tppatch/assessment.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <stdexcept>
+
+#include "log/w3c_log.h"
+#include "platform/host.h"
+#include "tppatch/wildcard.h"
+
+namespace kpm {
+
+namespace {
+
+using platform::Hive;
+using platform::RegValue;
+using platform::RegView;
+
+constexpr const char* kModule = "ModTPMAssess";
+
+// A key that exists but cannot be read: the product's assessment fails.
+struct RegistryFailure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+std::string lower(std::string_view s) {
+    std::string out(s);
+    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+std::string trim(std::string_view s) {
+    const size_t first = s.find_first_not_of(" \t");
+    if (first == std::string_view::npos) return "";
+    return std::string(s.substr(first, s.find_last_not_of(" \t") - first + 1));
+}
+
+bool isText(const RegValue& v) {
+    return v.type == platform::regtype::String || v.type == platform::regtype::ExpandString;
+}
+
+// A string value's text, without the terminating NULs.
+std::string textOf(const RegValue& v) {
+    std::string s(v.data.begin(), v.data.end());
+    while (!s.empty() && s.back() == '\0') s.pop_back();
+    return s;
+}
+
+uint32_t dwordOf(const RegValue& v) {
+    uint32_t n = 0;
+    for (size_t i = 0; i < v.data.size() && i < 4; ++i) n |= uint32_t(v.data[i]) << (8 * i);
+    return n;
+}
+
+std::string typeName(uint32_t type) {
+    switch (type) {
+    case platform::regtype::Binary: return "REG_BINARY";
+    case platform::regtype::Dword: return "REG_DWORD";
+    case platform::regtype::MultiString: return "REG_MULTI_SZ";
+    case platform::regtype::Qword: return "REG_QWORD";
+    case platform::regtype::String: return "REG_SZ";
+    case platform::regtype::ExpandString: return "REG_EXPAND_SZ";
+    default: return "type " + std::to_string(type);
+    }
+}
+
+bool compared(int c, ValueTest::Op op) {
+    switch (op) {
+    case ValueTest::Op::Eq: return c == 0;
+    case ValueTest::Op::Ne: return c != 0;
+    case ValueTest::Op::Lt: return c < 0;
+    case ValueTest::Op::Le: return c <= 0;
+    case ValueTest::Op::Gt: return c > 0;
+    case ValueTest::Op::Ge: return c >= 0;
+    }
+    return false;
+}
+
+bool holds(const ValueTest& t, const std::optional<RegValue>& v) {
+    switch (t.kind) {
+    case ValueTest::Kind::Exists: return v.has_value();
+    case ValueTest::Kind::Missing: return !v;
+    case ValueTest::Kind::Text: return v && isText(*v) && t.text.Holds(textOf(*v));
+    case ValueTest::Kind::Dword:
+        if (!v || v->type != platform::regtype::Dword) return false;
+        return compared(dwordOf(*v) < t.dword ? -1 : dwordOf(*v) > t.dword ? 1 : 0, t.op);
+    case ValueTest::Kind::Version: {
+        if (!v || !isText(*v)) return false;
+        auto version = ParseVersion(textOf(*v));
+        return version && compared(CompareVersions(*version, t.version), t.op);
+    }
+    }
+    return false;
+}
+
+struct VersionRead {
+    std::optional<ProductVersion> version;
+    std::string evidence;
+};
+
+VersionRead readVersion(const VersionSource& source, const std::optional<RegValue>& v) {
+    const std::string& name = source.value;
+    if (!v) return {std::nullopt, name + " is missing"};
+    if (source.packed) {
+        if (v->type != platform::regtype::Dword) return {std::nullopt, name + " is " + typeName(v->type) + ", not REG_DWORD"};
+        const uint32_t d = dwordOf(*v);
+        const std::string text = std::to_string(d >> 24) + "." + std::to_string((d >> 16) & 0xFF) + "." +
+                                 std::to_string(d & 0xFFFF);
+        char hex[16];
+        std::snprintf(hex, sizeof hex, "0x%08X", d);
+        return {ParseVersion(text), name + "=" + hex + " (" + text + ")"};
+    }
+    if (!isText(*v)) return {std::nullopt, name + " is " + typeName(v->type) + ", not text"};
+    const std::string text = textOf(*v);
+    std::string versionText = text;
+    if (!source.pattern.empty() && !ExtractVersion(source.pattern, text, versionText))
+        return {std::nullopt, name + "=" + text + " does not fit " + source.pattern};
+    auto version = ParseVersion(versionText);
+    if (!version) return {std::nullopt, name + "=" + text + " is not a version"};
+    return {version, name + "=" + text};
+}
+
+// Where a product is looked for: one hive root in one view.
+struct Place {
+    Hive hive = Hive::LocalMachine;
+    std::string prefix;  // "" for the machine, "<SID>\" for a user's hive
+    RegView view = RegView::View32;
+    std::string shown;   // "HKLM\" or "HKU\<SID>\"
+    std::string viewText;  // " [64-bit]", " [32-bit]", or "" for a user
+};
+
+std::optional<RegValue> queryValue(const Place& place, const std::string& path, const std::string& name) {
+    std::unique_ptr<platform::RegKey> key;
+    long r = platform::registry().openKey(place.hive, place.prefix + path, platform::regaccess::Read, place.view, key);
+    if (r == platform::regerr::FileNotFound) return std::nullopt;
+    if (r != platform::regerr::Success) throw RegistryFailure(place.shown + path + place.viewText + " cannot be opened (error " + std::to_string(r) + ")");
+    RegValue v;
+    r = key->queryValue(name, v);
+    if (r == platform::regerr::FileNotFound) return std::nullopt;
+    if (r != platform::regerr::Success)
+        throw RegistryFailure(name + " of " + place.shown + path + place.viewText + " cannot be read (error " + std::to_string(r) + ")");
+    return v;
+}
+
+// The subkeys of the Uninstall key of one place, their values read once, and
+// indexes of names and values so that a product's search looks only at the
+// keys its anchor names.
+class UninstallList {
+public:
+    UninstallList(const Place& place, std::string base) : place_(place), base_(std::move(base)) {
+        std::unique_ptr<platform::RegKey> key;
+        long r = platform::registry().openKey(place.hive, place.prefix + base_, platform::regaccess::Read, place.view, key);
+        if (r == platform::regerr::FileNotFound) return;
+        if (r != platform::regerr::Success) {
+            failure_ = place.shown + base_ + place.viewText + " cannot be opened (error " + std::to_string(r) + ")";
+            return;
+        }
+        std::string name;
+        for (uint32_t i = 0; (r = key->enumSubKey(i, name)) == platform::regerr::Success; ++i) entries_.push_back({name, {}});
+        if (r != platform::regerr::NoMoreItems)
+            failure_ = place.shown + base_ + place.viewText + " cannot be listed (error " + std::to_string(r) + ")";
+    }
+
+    const Place& place() const { return place_; }
+    const std::string& base() const { return base_; }
+    const std::string& failure() const { return failure_; }
+    size_t size() const { return entries_.size(); }
+    const std::string& keyName(size_t i) const { return entries_[i].name; }
+
+    const std::optional<RegValue>& value(size_t i, const std::string& name) {
+        Entry& e = entries_[i];
+        const std::string key = lower(name);
+        auto it = e.values.find(key);
+        if (it == e.values.end()) it = e.values.emplace(key, queryValue(place_, base_ + "\\" + e.name, name)).first;
+        return it->second;
+    }
+
+    // The subkeys whose name (valueName empty) or whose string value starts
+    // with `anchor`, case not counting.
+    std::vector<size_t> startingWith(const std::string& valueName, const std::string& anchor) {
+        auto& index = indexes_[lower(valueName)];
+        if (!index.built) {
+            for (size_t i = 0; i < entries_.size(); ++i) {
+                if (valueName.empty()) {
+                    index.items.emplace_back(lower(entries_[i].name), i);
+                } else if (const auto& v = value(i, valueName); v && isText(*v)) {
+                    index.items.emplace_back(lower(textOf(*v)), i);
+                }
+            }
+            std::sort(index.items.begin(), index.items.end());
+            index.built = true;
+        }
+        const std::string key = lower(anchor);
+        std::vector<size_t> out;
+        for (auto it = std::lower_bound(index.items.begin(), index.items.end(), std::make_pair(key, size_t(0)));
+             it != index.items.end() && it->first.compare(0, key.size(), key) == 0; ++it)
+            out.push_back(it->second);
+        std::sort(out.begin(), out.end());
+        return out;
+    }
+
+private:
+    struct Entry {
+        std::string name;
+        std::map<std::string, std::optional<RegValue>> values;  // by lower-cased name; nullopt: missing
+    };
+    struct Index {
+        bool built = false;
+        std::vector<std::pair<std::string, size_t>> items;  // lower-cased text, entry
+    };
+    Place place_;
+    std::string base_;
+    std::string failure_;
+    std::vector<Entry> entries_;
+    std::map<std::string, Index> indexes_;
+};
+
+struct Install {
+    std::string where;
+    VersionRead read;
+};
+
+class Assessor {
+public:
+    Assessor() : is64_(platform::sys().is64BitWindows()) {}
+
+    ProductFinding assess(size_t index, const Product& p) {
+        ProductFinding f;
+        f.product = index;
+        const Detection& d = p.detect;
+        std::vector<Place> places = placesFor(d);
+        if (p.arch == Product::Arch::X64 && !is64_) {
+            f.where = "a 64-bit product on 32-bit Windows";
+            return f;
+        }
+        try {
+            std::vector<Install> installs;
+            for (const Place& place : places) {
+                if (d.kind == Detection::Kind::Uninstall) findInUninstall(d, place, installs);
+                else findKey(d, place, installs);
+            }
+            decide(p, d, places, installs, f);
+        } catch (const RegistryFailure& e) {
+            f.state = ProductState::Failed;
+            f.evidence = e.what();
+        }
+        return f;
+    }
+
+private:
+    static std::string uninstallBase(const Place& place) {
+        return std::string(place.hive == Hive::Users ? "Software" : "SOFTWARE") + "\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+    }
+
+    std::vector<Place> placesFor(const Detection& d) {
+        std::vector<Place> out;
+        if (d.scope == Detection::Scope::Users) {
+            for (const auto& sid : users()) out.push_back({Hive::Users, sid + "\\", RegView::Default, "HKU\\" + sid + "\\", ""});
+            return out;
+        }
+        auto add = [&](RegView view, const char* text) {
+            out.push_back({Hive::LocalMachine, "", view, "HKLM\\", std::string(" [") + text + "]"});
+        };
+        // 32-bit Windows has one registry: the 32-bit view is all of it.
+        if ((d.view == Detection::View::Bits64 || d.view == Detection::View::Both) && is64_) add(RegView::View64, "64-bit");
+        if (d.view == Detection::View::Bits32 || d.view == Detection::View::Both) add(RegView::View32, "32-bit");
+        return out;
+    }
+
+    // The user hives loaded under HKEY_USERS: real users only, not the
+    // service accounts, ".DEFAULT" or the "_Classes" hives.
+    const std::vector<std::string>& users() {
+        if (usersRead_) return users_;
+        usersRead_ = true;
+        std::unique_ptr<platform::RegKey> root;
+        if (platform::registry().openKey(Hive::Users, "", platform::regaccess::Read, RegView::Default, root) !=
+            platform::regerr::Success)
+            return users_;
+        std::string name;
+        for (uint32_t i = 0; root->enumSubKey(i, name) == platform::regerr::Success; ++i) {
+            const std::string l = lower(name);
+            if ((l.rfind("s-1-5-21-", 0) == 0 || l.rfind("s-1-12-1-", 0) == 0) && l.find("_classes") == std::string::npos)
+                users_.push_back(name);
+        }
+        return users_;
+    }
+
+    UninstallList& listOf(const Place& place) {
+        const std::string key = place.shown + "|" + std::to_string(static_cast<int>(place.view));
+        auto it = lists_.find(key);
+        if (it == lists_.end()) it = lists_.emplace(key, std::make_unique<UninstallList>(place, uninstallBase(place))).first;
+        return *it->second;
+    }
+
+    void findInUninstall(const Detection& d, const Place& place, std::vector<Install>& installs) {
+        UninstallList& list = listOf(place);
+        if (!list.failure().empty()) throw RegistryFailure(list.failure());
+        // The narrowest anchor: the key name, else a text test that starts with plain text.
+        std::optional<std::vector<size_t>> candidates;
+        if (d.hasKeyName && !d.keyName.Anchor().empty()) candidates = list.startingWith("", d.keyName.Anchor());
+        for (const auto& t : d.tests) {
+            if (candidates || t.kind != ValueTest::Kind::Text || t.text.Anchor().empty()) continue;
+            candidates = list.startingWith(t.value, t.text.Anchor());
+        }
+        if (!candidates) {
+            candidates.emplace();
+            for (size_t i = 0; i < list.size(); ++i) candidates->push_back(i);
+        }
+        for (size_t i : *candidates) {
+            if (d.hasKeyName && !d.keyName.Holds(list.keyName(i))) continue;
+            bool all = true;
+            for (const auto& t : d.tests) all = all && holds(t, list.value(i, t.value));
+            if (!all) continue;
+            installs.push_back({place.shown + list.base() + "\\" + list.keyName(i) + place.viewText,
+                                readVersion(d.version, list.value(i, d.version.value))});
+        }
+    }
+
+    void findKey(const Detection& d, const Place& place, std::vector<Install>& installs) {
+        std::unique_ptr<platform::RegKey> key;
+        long r = platform::registry().openKey(place.hive, place.prefix + d.keyPath, platform::regaccess::Read, place.view, key);
+        if (r == platform::regerr::FileNotFound) return;
+        if (r != platform::regerr::Success)
+            throw RegistryFailure(place.shown + d.keyPath + place.viewText + " cannot be opened (error " + std::to_string(r) + ")");
+        for (const auto& t : d.tests)
+            if (!holds(t, queryValue(place, d.keyPath, t.value))) return;
+        installs.push_back({place.shown + d.keyPath + place.viewText, readVersion(d.version, queryValue(place, d.keyPath, d.version.value))});
+    }
+
+    static void decide(const Product& p, const Detection& d, const std::vector<Place>& places,
+                       const std::vector<Install>& installs, ProductFinding& f) {
+        if (installs.empty()) {
+            f.state = ProductState::NotInstalled;
+            if (places.empty() && d.scope == Detection::Scope::Machine) {
+                f.where = "no 64-bit view on 32-bit Windows";
+            } else if (d.scope == Detection::Scope::Users) {
+                f.where = "searched HKU\\<" + std::to_string(places.size()) + " users>\\" +
+                          (d.kind == Detection::Kind::Uninstall ? std::string("Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall") : d.keyPath);
+            } else {
+                std::string views;
+                for (const auto& place : places) views += (views.empty() ? "" : ", ") + place.viewText.substr(2, place.viewText.size() - 3);
+                f.where = "searched HKLM\\" +
+                          (d.kind == Detection::Kind::Uninstall ? std::string("SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall") : d.keyPath) +
+                          " [" + views + "]";
+            }
+            return;
+        }
+        const ProductVersion target = *ParseVersion(p.update.installedVersion);
+        const std::string against = ", update " + p.update.installedVersion;
+        const Install* older = nullptr;
+        const Install* unknown = nullptr;
+        for (const auto& i : installs) {
+            if (!i.read.version) unknown = unknown ? unknown : &i;
+            else if (!older && CompareVersions(*i.read.version, target) < 0) older = &i;
+        }
+        const Install& decisive = older ? *older : unknown ? *unknown : installs.front();
+        f.state = older ? ProductState::UpdateNeeded : unknown ? ProductState::Unknown : ProductState::UpToDate;
+        f.where = decisive.where;
+        f.evidence = decisive.read.evidence + (decisive.read.version ? against : "");
+    }
+
+    bool is64_;
+    bool usersRead_ = false;
+    std::vector<std::string> users_;
+    std::map<std::string, std::unique_ptr<UninstallList>> lists_;
+};
+
+}  // namespace
+
+const char* StateText(ProductState state) {
+    switch (state) {
+    case ProductState::NotInstalled: return "Not installed";
+    case ProductState::UpToDate: return "Up to date";
+    case ProductState::UpdateNeeded: return "Update needed";
+    case ProductState::Unknown: return "Version unknown";
+    case ProductState::Failed: return "Assessment failed";
+    }
+    return "";
+}
+
+std::vector<bool> SelectVendors(const Catalogue& catalogue, const std::string& selected) {
+    std::vector<bool> chosen(catalogue.vendors.size(), false);
+    std::set<std::string> reported;
+    size_t start = 0;
+    while (start <= selected.size()) {
+        size_t comma = selected.find(',', start);
+        if (comma == std::string::npos) comma = selected.size();
+        const std::string name = trim(std::string_view(selected).substr(start, comma - start));
+        start = comma + 1;
+        if (name.empty()) continue;
+        bool known = false;
+        for (size_t v = 0; v < catalogue.vendors.size(); ++v)
+            if (WildcardEquals(name, catalogue.vendors[v].id) || WildcardEquals(name, catalogue.vendors[v].name))
+                known = chosen[v] = true;
+        if (!known && reported.insert(lower(name)).second)
+            WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Selected vendor is not in the product list", name);
+    }
+    return chosen;
+}
+
+std::vector<ProductFinding> AssessProducts(const Catalogue& catalogue, const std::vector<bool>& selected) {
+    for (size_t v = 0; v < catalogue.vendors.size(); ++v)
+        if (!selected[v] && catalogue.vendors[v].products > 0)
+            WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Vendor not selected: its products are not assessed",
+                        catalogue.vendors[v].name, std::to_string(catalogue.vendors[v].products));
+    std::vector<ProductFinding> findings;
+    Assessor assessor;
+    for (size_t i = 0; i < catalogue.products.size(); ++i) {
+        const Product& p = catalogue.products[i];
+        if (!selected[p.vendor]) continue;
+        ProductFinding f = assessor.assess(i, p);
+        WriteW3CLog(kModule, "fncAssessProduct", f.state == ProductState::Failed ? "ERROR" : "INFO",
+                    std::string(StateText(f.state)) + ": " + p.name, p.id, f.where, f.evidence);
+        findings.push_back(std::move(f));
+    }
+    return findings;
+}
+
+}  // namespace kpm
