@@ -26,9 +26,7 @@ echo "kill seed $seed"
 kbs="5031371 5031372 5031373 5031374"
 cp -r "$src/examples/demo-sites" "$work/site"
 find "$work/site" -name .keep -delete
-(cd "$work/site/dc/updates/wblist" && zip -q -X wblist.zip PatchBlackList.txt && zip -q -X pdlist.zip PDList.xml AUOptions.xml) ||
-  fail "zip"
-printf 'MZ stand-in\r\n' >"$work/site/updates/kScc/KDowFile.dll"
+"$src/scripts/zip-folders.sh" "$work/site" || fail "zip"
 printf 'release date=11/01/2026\r\n' >"$work/site/gateway/wblist/PatchBlackList.txt"
 mkdir -p "$work/site/microsoft/en-us" && printf '<html>probe</html>' >"$work/site/microsoft/en-us/default.aspx"
 for kb in $kbs; do head -c 600000 /dev/urandom >"$work/site/gateway/pm/windows6.1-kb$kb-x64.msu"; done
@@ -51,18 +49,8 @@ machine() {
     done
     echo '</updates>'
   } >"$m/update-catalog.xml"
-  {
-    printf '\r\n[Network]\r\n'
-    printf 'gateway.corp.lan=127.0.0.1:%s\r\n' "$(port gateway)"
-    printf 'dc.vornsoft.com=127.0.0.1:%s\r\n' "$(port dc)"
-    printf 'update.vornsoft.com=127.0.0.1:%s\r\n' "$(port updates)"
-    printf 'download.windowsupdate.com=127.0.0.1:%s\r\n' "$(port microsoft)"
-    printf 'www.microsoft.com=127.0.0.1:%s\r\n' "$(port microsoft)"
-    for h in manage.vornsoft.com manage2.vornsoft.com 127.0.0.1:18080 127.0.0.1:18081; do
-      printf '%s=127.0.0.1:%s\r\n' "$h" "$(port manage)"
-    done
-    printf '[Downloads]\r\nStallSeconds=5\r\n'
-  } >>"$m/machine.ini"
+  # The demo's [Network] names its sites; --sites-ports says where they run.
+  printf '\r\n[Downloads]\r\nStallSeconds=5\r\n' >>"$m/machine.ini"
 }
 m=$work/m
 machine "$m"
@@ -78,7 +66,7 @@ whole() {  # FILE FIRST-LINE-PATTERN
 for i in $(seq "$kills"); do
   delay=$((RANDOM % 4000))
   # A day each: a pass that got to its end has made the day's download.
-  "$sim" --now "2026-11-$((14 + i))T16:10:00" "$m" >"$work/out.$i" 2>&1 &
+  "$sim" --now "2026-11-$((14 + i))T16:10:00" --sites-ports "$work/sites/ports.txt" "$m" >"$work/out.$i" 2>&1 &
   pid=$!
   sleep "$(printf '%d.%03d' $((delay / 1000)) $((delay % 1000)))"
   kill -KILL "$pid" 2>/dev/null && killed="killed after ${delay} ms" || killed="had ended by ${delay} ms"
@@ -98,8 +86,8 @@ mkdir -p "$m/.transfers" && echo part >"$m/.transfers/download-$dead-1.part"
 echo "# gateway at full speed" >"$work/sites/faults.txt"
 final="2026-11-$((15 + kills))T16:10:00"
 machine "$work/ref"
-"$sim" --now "$final" "$work/ref" >"$work/ref.out" 2>&1 || fail "reference pass: $(cat "$work/ref.out")"
-"$sim" --now "$final" "$m" >"$work/final.out" 2>&1 || fail "final pass: $(cat "$work/final.out")"
+"$sim" --now "$final" --sites-ports "$work/sites/ports.txt" "$work/ref" >"$work/ref.out" 2>&1 || fail "reference pass: $(cat "$work/ref.out")"
+"$sim" --now "$final" --sites-ports "$work/sites/ports.txt" "$m" >"$work/final.out" 2>&1 || fail "final pass: $(cat "$work/final.out")"
 
 log="$pm/ApplicationLog/wppatchmanagementDownload_R1024_patchlog.log"
 last=$(tr -d '\r' <"$log" | tail -n 1 | cut -f5)
