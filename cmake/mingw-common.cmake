@@ -18,9 +18,12 @@ set(CMAKE_MODULE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
 set(CMAKE_EXE_LINKER_FLAGS_RELEASE_INIT "-s")
 set(CMAKE_MODULE_LINKER_FLAGS_RELEASE_INIT "-s")
 
-# Tests run the built programs under wine64 (the 64-bit build only: 32-bit
-# Wine is not installable here). The wrapper finds the build tree's scratch
-# prefix from its working directory.
+# Tests run the built programs under Wine: the 64-bit build under wine64, the
+# 32-bit one under the 32-bit loader in a 64-bit prefix (as it runs on 64-bit
+# Windows). The wrapper finds the build tree's scratch prefix from its working
+# directory.
 if(KPM_MINGW_TRIPLET STREQUAL "x86_64-w64-mingw32")
   set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/wine-run.sh)
+else()
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/wine-run.sh --32)
 endif()

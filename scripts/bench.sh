@@ -7,7 +7,10 @@
 #   kpm_pass_bench      a whole pass on a big managed computer (kpmdwld-sim as a child process):
 #                       wall time, peak memory, the floor (its own log entries appended one
 #                       open-append-close each through the same file system), and each
-#                       dimension doubled (x_base: time against the base machine)
+#                       dimension doubled (x_base: time against the base machine); a second
+#                       floor, every write the pass made made again the same way (x_writes)
+#   kpm_assessment_bench the third-party assessment: 5,000 products against 2,000 Uninstall
+#                       keys, then both doubled
 # then, when wine64 and MinGW-w64 are there, the 64-bit KPMDwld.exe (build/bench-mingw64):
 # start to first log entry under Wine against a minimal MinGW program, and the
 # big computer at a tenth of its size (300 updates) passed under Wine against
@@ -27,7 +30,7 @@ done
 
 build=build/bench-release
 cmake -S . -B $build -G Ninja -DCMAKE_BUILD_TYPE=Release -DKPM_BUILD_TESTS=OFF >/dev/null
-cmake --build $build -j 2 --target kpm_bench kpm_download_bench kpm_pass_bench kpmdwld-sim kpm_big_machine kpm-sites
+cmake --build $build -j 2 --target kpm_bench kpm_download_bench kpm_pass_bench kpm_assessment_bench kpmdwld-sim kpm_big_machine kpm-sites
 
 echo "== machine: $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p' | head -n 1), $(date -u +%Y-%m-%d)"
 echo "== activity log"
@@ -37,6 +40,8 @@ $build/bench/kpm_download_bench
 echo "== whole pass on a big managed computer"
 if [ "$quick" = 1 ]; then export KPM_BENCH_SCALE=10 KPM_BENCH_RUNS=1; fi
 $build/bench/kpm_pass_bench --benchmark_counters_tabular=true
+echo "== third-party assessment"
+$build/bench/kpm_assessment_bench --benchmark_counters_tabular=true
 
 [ "$wine" = 1 ] || exit 0
 if ! command -v x86_64-w64-mingw32-g++ >/dev/null || ! { command -v wine64 >/dev/null || [ -x /usr/lib/wine/wine64 ]; }; then

@@ -12,13 +12,15 @@ install_standins() {
   local standins=$1 install=$2 install_win=$3 dll maker_dlls=()
   mkdir -p "$WINEPREFIX/drive_c/KPMStandins"
   cp "$standins" "$WINEPREFIX/drive_c/KPMStandins/KPMStandins.dll"
-  "$wine64" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1 || return 1
+  # Registered by the regsvr32 of the server's own bitness (a 32-bit server
+  # in the 32-bit view of the classes, where a 32-bit program looks).
+  "${winexe:-$wine64}" regsvr32 -s 'C:\KPMStandins\KPMStandins.dll' >/dev/null 2>&1 || return 1
   for dll in kWbPost.dll kDwnJob.dll Chilkatzip2.dll; do
     cp "$standins" "$install/$dll"
     maker_dlls+=("$install_win\\$dll")
   done
   # The server's own registration named their classes too.
-  "$wine64" regsvr32 /u /s "${maker_dlls[@]}" >/dev/null 2>&1
+  "${winexe:-$wine64}" regsvr32 /u /s "${maker_dlls[@]}" >/dev/null 2>&1
   return 0
 }
 
@@ -100,6 +102,23 @@ require_files() {
 }
 
 # find_wine64: sets wine64 and wineserver, or the script says it is skipped (77).
+# pick_loader EXE: the Wine loader that runs EXE, in $winexe, and its
+# bitness in $bits: wine64 for a 64-bit program; the 32-bit loader (Debian's
+# wine32:i386, beside wine64) for a 32-bit one, which then runs in the 64-bit
+# prefix as on 64-bit Windows. Exits 77 (skipped) when that loader is missing.
+pick_loader() {
+  local at machine
+  at=$(od -An -tu4 -j60 -N4 "$1" | tr -d ' ')
+  machine=$(od -An -tx2 -j $((at + 4)) -N2 "$1" | tr -d ' ')
+  case "$machine" in
+    8664) winexe=$wine64 bits=64 ;;
+    014c)
+      winexe=$(dirname "$wine64")/wine bits=32
+      [ -x "$winexe" ] || { echo "SKIPPED: no 32-bit Wine loader ($winexe): wine32:i386 is not installed"; exit 77; } ;;
+    *) echo "$1 is no x86 or x64 Windows program"; exit 2 ;;
+  esac
+}
+
 find_wine64() {
   wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
   [ -x "$wine64" ] || { echo "SKIPPED: wine64 not available"; exit 77; }

@@ -15,6 +15,7 @@ exe="" standins="" cipher="" kdowfile="" sim="" work=""
 take_options "exe standins cipher kdowfile sim work" "$@"
 require_files "$exe" "$standins" "$cipher" "$kdowfile" "$sim"
 find_wine64
+pick_loader "$exe"
 [ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-compare.XXXXXX)
 work=$(realpath -m "$work")
 rm -rf "$work" && mkdir -p "$work"
@@ -59,7 +60,7 @@ awk 'BEGIN { print "[Network]" }
      /^[[:space:]]*\[/ { s = tolower($0); gsub(/[[:space:]]/, "", s);
                          keep = (s == "[network]" || s == "[downloads]" || s == "[windowsupdate]");
                          if (s != "[network]" && keep) print; next }
-     keep && NF' "$demo/machine.ini" | tr -d '\r' | sed 's/$/\r/' >"$WINEPREFIX/drive_c/KPMStandins/network.ini"
+     keep && NF && !/=[[:space:]]*site:/' "$demo/machine.ini" | tr -d '\r' | sed 's/$/\r/' >"$WINEPREFIX/drive_c/KPMStandins/network.ini"
 cp "$demo/registry.reg" "$work/demo.reg"
 agent_key='HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\VORNOD'
 # Without its key the pass finds no agent and ends at once, silently: a
@@ -89,7 +90,7 @@ for edge in 57600 61200 86400 0; do
   if [ "$gap" -ge -30 ] && [ "$gap" -le 30 ]; then sleep $((gap + 31)); fi
 done
 now=$(date +%Y-%m-%dT%H:%M:%S)
-(cd "$prog" && timeout 600 nice -n -10 "$wine64" 'C:\Program Files\VORN\VORNMobile\BaseComponents\PatchManagement\KPMDwld.exe' \
+(cd "$prog" && timeout 600 nice -n -10 "$winexe" 'C:\Program Files\VORN\VORNMobile\BaseComponents\PatchManagement\KPMDwld.exe' \
   >"$work/wine.out" 2>&1)
 wine_rc=$?
 "$sim" --now "$now" "$work/sim-machine" >"$work/sim.out" 2>&1

@@ -30,6 +30,7 @@ exe="" standins="" cipher="" holder="" work=""
 take_options "exe standins cipher holder work" "$@"
 require_files "$exe"
 find_wine64
+pick_loader "$exe"
 [ -n "$work" ] || work=$(mktemp -d /tmp/kpm-wine-pass.XXXXXX)
 work=$(realpath -m "$work")
 
@@ -81,7 +82,7 @@ prepare() {
 # Runs one pass; sets $rc.
 run_pass() {
   local start=$SECONDS
-  (cd "$prog" && timeout 600 nice -n -10 "$wine64" "$prog_win\\KPMDwld.exe" >"$work/$1.out" 2>&1)
+  (cd "$prog" && timeout 600 nice -n -10 "$winexe" "$prog_win\\KPMDwld.exe" >"$work/$1.out" 2>&1)
   rc=$?
   echo "  pass ran in $((SECONDS - start)) s, exit code $rc"
 }
@@ -147,7 +148,7 @@ log="$prog/ApplicationLog/wppatchmanagementDownload_R3_patchlog.log"
 # executable's mutex for its whole pass; the others leave without a trace, or,
 # started before it took the mutex, see it among the processes.
 (cd "$prog" && for i in $(seq 20); do
-   timeout 600 "$wine64" "$prog_win\\KPMDwld.exe" >"$work/concurrent-$i.out" 2>&1 &
+   timeout 600 "$winexe" "$prog_win\\KPMDwld.exe" >"$work/concurrent-$i.out" 2>&1 &
  done; wait)
 passes=$(grep -c $'\tApplication stopped.' "$log" 2>/dev/null)
 starts=$(grep -c $'\tmodMain\tMain\tINFO\t' "$log" 2>/dev/null)
@@ -192,7 +193,7 @@ if [ -n "$holder" ]; then
   # Starts the holder on the given Windows paths; true once it holds them all.
   hold() {
     rm -f "$drive_c/hold-ready" "$drive_c/hold-release"
-    "$wine64" 'C:\hold_open.exe' 'C:\hold-ready' 'C:\hold-release' "$@" >"$work/holder.out" 2>&1 &
+    "$winexe" 'C:\hold_open.exe' 'C:\hold-ready' 'C:\hold-release' "$@" >"$work/holder.out" 2>&1 &
     holder_pid=$!
     local i
     for i in $(seq 600); do

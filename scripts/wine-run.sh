@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# wine-run.sh PROGRAM [ARGS...]
-# Runs a Windows program under wine64: the emulator through which CMake and
-# ctest run the 64-bit cross build's programs. The prefix is a scratch one,
+# wine-run.sh [--32] PROGRAM [ARGS...]
+# Runs a Windows program under Wine: the emulator through which CMake and
+# ctest run the cross builds' programs, 64-bit ones under wine64, 32-bit ones
+# (--32) under the 32-bit loader (Debian's wine32:i386) in the same kind of
+# 64-bit prefix, as a 32-bit program runs on 64-bit Windows. The prefix is a scratch one,
 # KPM_WINEPREFIX or else "wineprefix" in the build tree above the working
 # directory; it is created (wineboot --init) on first use. Wine's own
 # diagnostics are off, the program's exit code is returned.
@@ -9,6 +11,12 @@ set -u
 wine64=$(command -v wine64 || echo /usr/lib/wine/wine64)
 if [ ! -x "$wine64" ]; then echo "wine-run: wine64 not available" >&2; exit 127; fi
 export PATH="$PATH:$(dirname "$wine64")"
+loader=$wine64
+if [ "${1:-}" = --32 ]; then
+  shift
+  loader=$(dirname "$wine64")/wine
+  if [ ! -x "$loader" ]; then echo "wine-run: no 32-bit Wine loader ($loader): wine32:i386 is not installed" >&2; exit 127; fi
+fi
 
 if [ -z "${KPM_WINEPREFIX:-}" ]; then
   d=$PWD
@@ -47,4 +55,4 @@ wineserver=$(dirname "$wine64")/wineserver
 if "$wineserver" -p60 </dev/null >/dev/null 2>&1; then
   "$wine64" cmd.exe /c exit 0 </dev/null >/dev/null 2>&1
 fi
-exec "$wine64" "$@"
+exec "$loader" "$@"

@@ -1,13 +1,18 @@
 #!/usr/bin/env bash
 # wine-tests.sh: the Windows builds of KPMDwld and their checks.
-#   1. mingw32-release: the shipping 32-bit KPMDwld.exe, and its imports
-#   2. mingw64-release: the 64-bit build (what wine64 runs) with the contract tests
-#   3. under wine64: the contract tests, the 64-bit imports, whole passes, and
-#      the demo machine passed through the real exe and the simulated machine
-#      (scripts/wine-compare.sh: the two must agree)
-# Prints a summary; exits non-zero when anything failed. Where wine64 is not
-# available (and cannot be installed) the builds and import checks still run
-# and the Wine part prints "SKIPPED: wine64 not available".
+#   1. mingw32-release: the shipping 32-bit KPMDwld.exe, its imports and the
+#      stand-ins' exports
+#   2. mingw64-release: the 64-bit build with the contract tests, its imports
+#   3. for each build Wine can run (64-bit under wine64; 32-bit, built again
+#      with its tests as mingw32-tests, under the 32-bit loader in a 64-bit
+#      prefix): the contract and binding tests, whole passes and twenty starts
+#      at once, the download passes (online and offline), and the demo machine
+#      passed through the real exe and the simulated machine (the two agree)
+# Prints a summary, each line naming its build; exits non-zero when anything
+# failed. Where wine64 is not available (and cannot be installed) the builds
+# and import checks still run and the Wine part says SKIPPED; where only the
+# 32-bit loader is missing (wine32:i386 does not always install), the 32-bit
+# steps say SKIPPED with the reason and the rest runs.
 # Each step's output is in build/wine-tests/<step>.log.
 set -u
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -96,42 +101,63 @@ step "64-bit KPMDwld.exe and stand-ins: system DLLs only" \
   $build64/standins/com/KPMStandins.dll $build64/standins/com/KEncDec.dll \
   $build64/standins/com/KDowFile.dll $build64/standins/com/KGnMD5.dll
 
+# The 32-bit loader (Debian's wine32:i386) runs the shipping build's own
+# tests; scripts/install-deps.sh --with-wine installs it where it can, and
+# says why not in build/wine32-unavailable.txt.
+wine32=""
+if [ -n "$wine64" ] && [ -x "$(dirname "$wine64")/wine" ]; then wine32=$(dirname "$wine64")/wine; fi
+why32="wine32:i386 is not installed"
+[ -s build/wine32-unavailable.txt ] && why32="wine32:i386 could not be installed: $(head -n 1 build/wine32-unavailable.txt)"
+
+# lane BITS BUILD_DIR: what runs under Wine for one build.
+lane() {
+  local bits=$1 dir=$2 tag="($1-bit)"
+  local prefix=$root/$dir/wineprefix
+  WINEPREFIX=$prefix wineserver -k >/dev/null 2>&1 || true
+  rm -rf "$prefix" "$prefix.lock"
+  step "contract and binding tests $tag" \
+    ctest --no-tests=error --test-dir $dir -R '^(contract|win32)\.' -j 1 --output-on-failure --timeout 300
+  WINEPREFIX=$prefix wineserver -k >/dev/null 2>&1 || true
+  step "whole passes, twenty starts at once $tag" \
+    ctest --no-tests=error --test-dir $dir -R '^wine\.whole_pass$' --output-on-failure -V
+  # Downloads from the loopback sites server, a native program (scripts/test.sh builds it first).
+  if [ -x "${KPM_SITES:-build/linux-debug/sites/kpm-sites}" ]; then
+    step "download pass, both pipelines $tag" \
+      ctest --no-tests=error --test-dir $dir -R '^wine\.download_pass$' --output-on-failure -V
+    step "download pass without Internet (offline scan) $tag" \
+      ctest --no-tests=error --test-dir $dir -R '^wine\.download_pass_offline$' --output-on-failure -V
+  else
+    skip "download passes $tag" "no native kpm-sites built"
+  fi
+  # The same machine on both sides: needs the native runner (scripts/test.sh builds it first).
+  if [ -n "$sim_bin" ]; then
+    step "demo machine: Wine pass matches the simulated pass $tag" \
+      "$root/scripts/wine-compare.sh" --exe $dir/platform/win32/KPMDwld.exe \
+      --standins $dir/standins/com/KPMStandins.dll --cipher $dir/standins/com/KEncDec.dll \
+      --kdowfile $dir/standins/com/KDowFile.dll --sim "$sim_bin" --work "$logs/compare-$bits"
+  else
+    skip "demo machine: Wine pass matches the simulated pass $tag" "no native kpmdwld-sim built"
+  fi
+}
+
+sim_bin=${KPM_SIM:-}
+for candidate in build/linux-debug/kpmdwld-sim build/linux-release/kpmdwld-sim; do
+  [ -z "$sim_bin" ] && [ -x "$candidate" ] && sim_bin=$candidate
+done
 if [ -z "$wine64" ]; then
-  skip "contract and binding tests under wine64" "wine64 not available"
-  skip "whole passes under wine64" "wine64 not available"
+  skip "Wine steps (64-bit)" "wine64 not available"
+  skip "Wine steps (32-bit)" "wine64 not available"
   echo "SKIPPED: wine64 not available"
 else
   export PATH="$PATH:$(dirname "$wine64")"
-  # A fresh scratch prefix for the contract tests, ended afterwards.
-  prefix=$root/$build64/wineprefix
-  WINEPREFIX=$prefix wineserver -k >/dev/null 2>&1 || true
-  rm -rf "$prefix" "$prefix.lock"
-  step "contract and binding tests under wine64" \
-    ctest --no-tests=error --test-dir $build64 -R '^(contract|win32)\.' -j 1 --output-on-failure --timeout 300
-  WINEPREFIX=$prefix wineserver -k >/dev/null 2>&1 || true
-  step "whole passes of KPMDwld.exe under wine64" \
-    ctest --no-tests=error --test-dir $build64 -R '^wine\.whole_pass$' --output-on-failure -V
-  # Downloads from the loopback sites server, a native program (scripts/test.sh builds it first).
-  if [ -x "${KPM_SITES:-build/linux-debug/sites/kpm-sites}" ]; then
-    step "download pass of KPMDwld.exe under wine64" \
-      ctest --no-tests=error --test-dir $build64 -R '^wine\.download_pass$' --output-on-failure -V
-    step "download pass without Internet (offline scan)" \
-      ctest --no-tests=error --test-dir $build64 -R '^wine\.download_pass_offline$' --output-on-failure -V
+  lane 64 $build64
+  if [ -n "$wine32" ]; then
+    step "build mingw32-tests (32-bit, + contract tests)" \
+      sh -c "cmake --preset mingw32-tests && cmake --build --preset mingw32-tests -j $jobs"
+    lane 32 build/mingw32-tests
   else
-    skip "download pass of KPMDwld.exe under wine64" "no native kpm-sites built"
-  fi
-  # The same machine on both sides: needs the native runner (scripts/test.sh builds it first).
-  sim_bin=${KPM_SIM:-}
-  for candidate in build/linux-debug/kpmdwld-sim build/linux-release/kpmdwld-sim; do
-    [ -z "$sim_bin" ] && [ -x "$candidate" ] && sim_bin=$candidate
-  done
-  if [ -n "$sim_bin" ]; then
-    step "demo machine: Wine pass matches the simulated pass" \
-      "$root/scripts/wine-compare.sh" --exe $build64/platform/win32/KPMDwld.exe \
-      --standins $build64/standins/com/KPMStandins.dll --cipher $build64/standins/com/KEncDec.dll \
-      --kdowfile $build64/standins/com/KDowFile.dll --sim "$sim_bin" --work "$logs/compare"
-  else
-    skip "demo machine: Wine pass matches the simulated pass" "no native kpmdwld-sim built"
+    skip "Wine steps (32-bit)" "$why32"
+    echo "SKIPPED (32-bit): $why32"
   fi
 fi
 
