@@ -1,5 +1,6 @@
 #include "platform/sim/sim_registry.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <fstream>
@@ -291,9 +292,18 @@ void RegDocument::indexKey(size_t at) {
     }
 }
 
+// Listed as Windows keeps them: ordered by name without regard to case,
+// whatever order the machine's file or the pass made them in.
 std::vector<std::string> RegDocument::subKeys(Hive hive, const std::vector<std::string>& path) const {
     auto it = children_.find(indexName(hive, path, path.size()));
-    return it == children_.end() ? std::vector<std::string>{} : it->second;
+    if (it == children_.end()) return {};
+    std::vector<std::string> names = it->second;
+    std::stable_sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
+        return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+            return std::toupper(static_cast<unsigned char>(x)) < std::toupper(static_cast<unsigned char>(y));
+        });
+    });
+    return names;
 }
 
 std::string RegDocument::renderHeader(const Key& k) const {
