@@ -41,4 +41,10 @@ RegValue RegValue::dword(uint32_t x) {
     return v;
 }
 
+uint32_t RegValue::dwordValue() const {
+    uint32_t n = 0;
+    for (size_t i = 0; i < data.size() && i < 4; ++i) n |= uint32_t(data[i]) << (8 * i);
+    return n;
+}
+
 }  // namespace platform

@@ -54,6 +54,9 @@ struct RegValue {
 
     static RegValue string(std::string_view s);  // REG_SZ with its terminating NUL
     static RegValue dword(uint32_t v);
+    // The number a DWORD's bytes hold: the first four, least significant
+    // first; missing bytes count as zero, bytes past the fourth are ignored.
+    uint32_t dwordValue() const;
 };
 
 // An open key; closed when destroyed.

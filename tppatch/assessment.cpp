@@ -1,7 +1,6 @@
 #include "tppatch/assessment.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -9,6 +8,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "config/ini.h"
 #include "log/w3c_log.h"
 #include "platform/host.h"
 #include "tppatch/wildcard.h"
@@ -28,12 +28,6 @@ struct RegistryFailure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-std::string lower(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
 std::string trim(std::string_view s) {
     const size_t first = s.find_first_not_of(" \t");
     if (first == std::string_view::npos) return "";
@@ -49,12 +43,6 @@ std::string textOf(const RegValue& v) {
     std::string s(v.data.begin(), v.data.end());
     while (!s.empty() && s.back() == '\0') s.pop_back();
     return s;
-}
-
-uint32_t dwordOf(const RegValue& v) {
-    uint32_t n = 0;
-    for (size_t i = 0; i < v.data.size() && i < 4; ++i) n |= uint32_t(v.data[i]) << (8 * i);
-    return n;
 }
 
 std::string typeName(uint32_t type) {
@@ -88,7 +76,7 @@ bool holds(const ValueTest& t, const std::optional<RegValue>& v) {
     case ValueTest::Kind::Text: return v && isText(*v) && t.text.Holds(textOf(*v));
     case ValueTest::Kind::Dword:
         if (!v || v->type != platform::regtype::Dword) return false;
-        return compared(dwordOf(*v) < t.dword ? -1 : dwordOf(*v) > t.dword ? 1 : 0, t.op);
+        return compared(v->dwordValue() < t.dword ? -1 : v->dwordValue() > t.dword ? 1 : 0, t.op);
     case ValueTest::Kind::Version: {
         if (!v || !isText(*v)) return false;
         auto version = ParseVersion(textOf(*v));
@@ -108,7 +96,7 @@ VersionRead readVersion(const VersionSource& source, const std::optional<RegValu
     if (!v) return {std::nullopt, name + " is missing"};
     if (source.packed) {
         if (v->type != platform::regtype::Dword) return {std::nullopt, name + " is " + typeName(v->type) + ", not REG_DWORD"};
-        const uint32_t d = dwordOf(*v);
+        const uint32_t d = v->dwordValue();
         const std::string text = std::to_string(d >> 24) + "." + std::to_string((d >> 16) & 0xFF) + "." +
                                  std::to_string(d & 0xFFFF);
         char hex[16];
@@ -174,7 +162,7 @@ public:
 
     const std::optional<RegValue>& value(size_t i, const std::string& name) {
         Entry& e = entries_[i];
-        const std::string key = lower(name);
+        const std::string key = LCase(name);
         auto it = e.values.find(key);
         if (it == e.values.end()) it = e.values.emplace(key, queryValue(place_, base_ + "\\" + e.name, name)).first;
         return it->second;
@@ -183,19 +171,19 @@ public:
     // The subkeys whose name (valueName empty) or whose string value starts
     // with `anchor`, case not counting.
     std::vector<size_t> startingWith(const std::string& valueName, const std::string& anchor) {
-        auto& index = indexes_[lower(valueName)];
+        auto& index = indexes_[LCase(valueName)];
         if (!index.built) {
             for (size_t i = 0; i < entries_.size(); ++i) {
                 if (valueName.empty()) {
-                    index.items.emplace_back(lower(entries_[i].name), i);
+                    index.items.emplace_back(LCase(entries_[i].name), i);
                 } else if (const auto& v = value(i, valueName); v && isText(*v)) {
-                    index.items.emplace_back(lower(textOf(*v)), i);
+                    index.items.emplace_back(LCase(textOf(*v)), i);
                 }
             }
             std::sort(index.items.begin(), index.items.end());
             index.built = true;
         }
-        const std::string key = lower(anchor);
+        const std::string key = LCase(anchor);
         std::vector<size_t> out;
         for (auto it = std::lower_bound(index.items.begin(), index.items.end(), std::make_pair(key, size_t(0)));
              it != index.items.end() && it->first.compare(0, key.size(), key) == 0; ++it)
@@ -283,7 +271,7 @@ private:
             return users_;
         std::string name;
         for (uint32_t i = 0; root->enumSubKey(i, name) == platform::regerr::Success; ++i) {
-            const std::string l = lower(name);
+            const std::string l = LCase(name);
             if ((l.rfind("s-1-5-21-", 0) == 0 || l.rfind("s-1-12-1-", 0) == 0) && l.find("_classes") == std::string::npos)
                 users_.push_back(name);
         }
@@ -397,7 +385,7 @@ std::vector<bool> SelectVendors(const Catalogue& catalogue, const std::string& s
         for (size_t v = 0; v < catalogue.vendors.size(); ++v)
             if (WildcardEquals(name, catalogue.vendors[v].id) || WildcardEquals(name, catalogue.vendors[v].name))
                 known = chosen[v] = true;
-        if (!known && reported.insert(lower(name)).second)
+        if (!known && reported.insert(LCase(name)).second)
             WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Selected vendor is not in the product list", name);
     }
     return chosen;

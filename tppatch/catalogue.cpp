@@ -5,6 +5,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "config/ini.h"
 #include "platform/errors.h"
 #include "platform/host.h"
 #include "tppatch/wildcard.h"
@@ -21,11 +22,6 @@ constexpr int kElementNode = 1;
 struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
-
-std::string lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
 
 // The element children of a node (comments and white space are not entries).
 std::vector<Object> elements(Object& node) {
@@ -69,7 +65,7 @@ bool isInstallerName(const std::string& name) {
     for (char c : name)
         if (static_cast<unsigned char>(c) < 0x20 || std::string_view("\\/:*?\"<>|").find(c) != std::string_view::npos)
             return false;
-    std::string stem = lower(name.substr(0, name.find('.')));
+    std::string stem = LCase(name.substr(0, name.find('.')));
     while (!stem.empty() && stem.back() == ' ') stem.pop_back();
     static const std::set<std::string> devices = {"con", "prn", "aux", "nul", "com1", "com2", "com3", "com4",
                                                   "com5", "com6", "com7", "com8", "com9", "lpt1", "lpt2", "lpt3",
@@ -176,7 +172,7 @@ Detection readDetection(Object& node, Product::Arch arch) {
 
     if (d.kind == Detection::Kind::Key) {
         d.keyPath = required(node, "path");
-        const std::string p = lower(d.keyPath);
+        const std::string p = LCase(d.keyPath);
         if (p.find("wow6432node") != std::string::npos) throw Refusal("path names Wow6432Node: name the view instead");
         if (p.rfind("hkey_", 0) == 0 || p.rfind("hklm", 0) == 0 || p.rfind("hkcu", 0) == 0 || p.rfind("hku", 0) == 0 ||
             p.front() == '\\' || p.find("\\\\") != std::string::npos || p.back() == '\\')
@@ -229,12 +225,12 @@ ProductUpdate readUpdate(Object& node) {
     i.name = required(in, "name");
     if (!isInstallerName(i.name)) throw Refusal("installer name \"" + i.name + "\" would not stay in its folder");
     i.size = readSize(required(in, "size"));
-    i.md5 = lower(attr(in, "md5"));
+    i.md5 = LCase(attr(in, "md5"));
     if (!isHex(i.md5, 32)) throw Refusal("the installer has no MD5 of 32 hex digits");
-    i.sha256 = lower(attr(in, "sha256"));
+    i.sha256 = LCase(attr(in, "sha256"));
     if (!i.sha256.empty() && !isHex(i.sha256, 64)) throw Refusal("sha256 is not 64 hex digits");
     i.url = required(in, "url");
-    const std::string scheme = lower(i.url.substr(0, 8));
+    const std::string scheme = LCase(i.url.substr(0, 8));
     if (scheme.rfind("http://", 0) != 0 && scheme.rfind("https://", 0) != 0)
         throw Refusal("url \"" + i.url + "\" is not http or https");
     return u;
@@ -311,7 +307,7 @@ Catalogue ReadCatalogue(const std::string& path) {
             v.id = required(vendorNode, "id");
             if (!isId(v.id)) throw Refusal("vendor id \"" + v.id + "\" is not letters, digits, . _ -");
             v.name = required(vendorNode, "name");
-            if (!vendorIds.insert(lower(v.id)).second) throw Refusal("a second vendor with this id");
+            if (!vendorIds.insert(LCase(v.id)).second) throw Refusal("a second vendor with this id");
         } catch (const Refusal& r) {
             c.refused.push_back("vendor " + (v.id.empty() ? "?" : v.id) + ": " + r.what());
             continue;
@@ -324,13 +320,13 @@ Catalogue ReadCatalogue(const std::string& path) {
                 id = attr(productNode, "id");
                 if (nameOf(productNode) != "product") throw Refusal("<vendor> cannot hold <" + nameOf(productNode) + ">");
                 Product p = readProduct(productNode);
-                if (productIds.count(lower(p.id))) throw Refusal("a second product with this id");
-                if (updateIds.count(lower(p.update.id))) throw Refusal("update id \"" + p.update.id + "\" is taken");
-                if (installerNames.count(lower(p.update.installer.name)))
+                if (productIds.count(LCase(p.id))) throw Refusal("a second product with this id");
+                if (updateIds.count(LCase(p.update.id))) throw Refusal("update id \"" + p.update.id + "\" is taken");
+                if (installerNames.count(LCase(p.update.installer.name)))
                     throw Refusal("another product's installer is named \"" + p.update.installer.name + "\"");
-                productIds.insert(lower(p.id));
-                updateIds.insert(lower(p.update.id));
-                installerNames.insert(lower(p.update.installer.name));
+                productIds.insert(LCase(p.id));
+                updateIds.insert(LCase(p.update.id));
+                installerNames.insert(LCase(p.update.installer.name));
                 p.vendor = vendorIndex;
                 c.products.push_back(std::move(p));
                 ++c.vendors[vendorIndex].products;

@@ -25,6 +25,11 @@ void log(const char* type, const std::string& message, const std::string& v1 = "
     WriteW3CLog(kModule, kProc, type, message, v1, v2, v3);
 }
 
+// What an installer is checked against: "N bytes, MD5 m[, SHA-256 s]".
+std::string checksText(const TPExpectedFile& e) {
+    return std::to_string(e.size) + " bytes, MD5 " + e.md5 + (e.sha256.empty() ? "" : ", SHA-256 " + e.sha256);
+}
+
 TPDownloadResult failed(std::string what, std::string detail) {
     TPDownloadResult r;
     r.ErrorText1 = std::move(what);
@@ -129,8 +134,7 @@ TPDownloadResult fetchVerified(const std::string& url, const std::string& folder
         if (!keepIfVerified(staged, target, e, url)) return failed("what arrived did not match the product list", url);
         r.Channel = "vendor";
     }
-    log("INFO", "Installer verified", target,
-        std::to_string(e.size) + " bytes, MD5 " + e.md5 + (e.sha256.empty() ? "" : ", SHA-256 " + e.sha256));
+    log("INFO", "Installer verified", target, checksText(e));
     subWriteDownloadURL(target);
     r.FilePath = target;
     r.Success = true;
@@ -139,9 +143,7 @@ TPDownloadResult fetchVerified(const std::string& url, const std::string& folder
 
 }  // namespace
 
-std::string ExpectedText(const TPExpectedFile& e) {
-    return "expected " + std::to_string(e.size) + " bytes, MD5 " + e.md5 + (e.sha256.empty() ? "" : ", SHA-256 " + e.sha256);
-}
+std::string ExpectedText(const TPExpectedFile& e) { return "expected " + checksText(e); }
 
 std::string fncCompareInstaller(const std::string& path, const TPExpectedFile& e) {
     // Size first, then the MD5 through the maker's library, then the SHA-256:
@@ -174,7 +176,7 @@ TPDownloadResult fncDownloadTPMFile(const std::string& url, const std::string& f
 
         TPDownloadResult r;
         r.FilePath = destination;
-        if (LCase(fileName).size() > 4 && LCase(fileName).ends_with(".zip")) {
+        if (const std::string name = LCase(fileName); name.size() > 4 && name.ends_with(".zip")) {
             const std::string into = folder + "\\ZipComp";
             platform::files().makeSureDirectoryPathExists(into + "\\");
             std::string why;

@@ -40,11 +40,8 @@ std::string RegQueryKeyValue(RegKey* key, const std::string& valueName) {
         return std::string(value.data.begin(), value.data.empty() ? value.data.end() : value.data.end() - 1);
     case platform::regtype::Binary:
         return std::string(value.data.begin(), value.data.end());
-    case platform::regtype::Dword: {
-        uint32_t n = 0;
-        for (size_t i = 0; i < value.data.size() && i < 4; ++i) n |= uint32_t(value.data[i]) << (8 * i);
-        return std::to_string(n);
-    }
+    case platform::regtype::Dword:
+        return std::to_string(value.dwordValue());
     default:
         return {};
     }
@@ -77,16 +74,12 @@ int16_t setDword(RegView view, const char* proc, const std::string& valueName, u
                 raiseLowLevel("RegSetValueEx", std::string(proc) + ": " + keyPath + " : " + valueName);
             subKey.reset();
             outcome = "REGISTRY VALUE TURNED OFF ";
+        } else if (current.dwordValue() == wanted) {
+            outcome = "REGISTRY VALUE ALREADY UPDATED ";
         } else {
-            uint32_t have = 0;
-            for (size_t i = 0; i < current.data.size() && i < 4; ++i) have |= uint32_t(current.data[i]) << (8 * i);
-            if (have == wanted) {
-                outcome = "REGISTRY VALUE ALREADY UPDATED ";
-            } else {
-                if (key->setValue(valueName, RegValue::dword(wanted)) != platform::regerr::Success)
-                    raiseLowLevel("RegSetValueEx", std::string(proc) + ": " + keyPath + " : " + valueName);
-                outcome = "UPDATED REGISTRY VALUE";
-            }
+            if (key->setValue(valueName, RegValue::dword(wanted)) != platform::regerr::Success)
+                raiseLowLevel("RegSetValueEx", std::string(proc) + ": " + keyPath + " : " + valueName);
+            outcome = "UPDATED REGISTRY VALUE";
         }
         logPolicy(proc, outcome, valueName, keyPath);
         logPolicy(proc, "Successfully modified Registry Values", valueName, keyPath, std::to_string(wanted));
@@ -140,9 +133,7 @@ bool RegistryEditable() {
         if (key->queryValue("DisableRegistryTools", value) != platform::regerr::Success ||
             value.data.size() > 4)
             return true;
-        uint32_t n = 0;
-        for (size_t i = 0; i < value.data.size(); ++i) n |= uint32_t(value.data[i]) << (8 * i);
-        return n == 0;
+        return value.dwordValue() == 0;
     } catch (const std::exception&) {
         return true;
     }
