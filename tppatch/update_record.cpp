@@ -1,6 +1,7 @@
 #include "tppatch/update_record.h"
 
 #include <exception>
+#include <map>
 
 #include "config/agent_settings.h"
 #include "driver/error_trap.h"
@@ -52,12 +53,13 @@ void WriteUpdateRecord(const Catalogue& catalogue, const std::vector<ProductFind
     try {
         std::string xml = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n<tpupdates" + attr("regid", agentSettings.RegID) +
                           attr("time", fncStampText(platform::clock().now())) + ">\r\n";
+        std::map<size_t, const std::string*> whereFound;
+        for (const auto& f : findings) whereFound[f.product] = &f.where;
         for (const auto& o : outcomes) {
             const Product& p = catalogue.products[o.product];
             const Installer& i = p.update.installer;
-            std::string found;
-            for (const auto& f : findings)
-                if (f.product == o.product) found = f.where;
+            const auto it = whereFound.find(o.product);
+            const std::string found = it == whereFound.end() ? "" : *it->second;
             xml += "  <update" + attr("id", p.update.id) + attr("vendor", catalogue.vendors[p.vendor].id) +
                    attr("product", p.id) + attr("version", p.update.version) + attr("arch", ArchText(p.arch)) +
                    attr("file", i.name) + attr("size", std::to_string(i.size)) + attr("md5", i.md5) +
