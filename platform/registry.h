@@ -13,7 +13,8 @@ enum class Hive { ClassesRoot, CurrentUser, LocalMachine, Users };
 
 // Which registry view a key is opened in. The program is a 32-bit program:
 // a plain open sees the 32-bit view (HKLM\SOFTWARE\X is
-// HKLM\SOFTWARE\Wow6432Node\X on 64-bit Windows); View32 is
+// HKLM\SOFTWARE\Wow6432Node\X on 64-bit Windows, HKCR\CLSID\X is
+// HKCR\Wow6432Node\CLSID\X); View32 is
 // KEY_WOW64_32KEY, View64 KEY_WOW64_64KEY. On 32-bit Windows all three are
 // the one registry.
 enum class RegView { Default, View32, View64 };

@@ -190,6 +190,14 @@ printf '%s\r\n' \
 key='HKLM\SOFTWARE\Wow6432Node\VORNOD'
 set_sz_values "$key" "InstallationPath=$install_win" regID=R7 SiteID=S1 MemberID=M1 Type=W \
   || fail "the agent's registry values did not take"
+# The system's name and service pack, the same on both sides and in both
+# views: a prefix that can run 32-bit programs has them, one that cannot may not.
+for view in 32 64; do
+  for pair in 'ProductName=Windows 7 Professional' 'CSDVersion=Service Pack 1'; do
+    "$wine64" reg add 'HKLM\SOFTWARE\Microsoft\Windows NT\CurrentVersion' /v "${pair%%=*}" /d "${pair#*=}" \
+      /reg:$view /f >/dev/null 2>&1 || fail "reg add ${pair%%=*} ($view-bit view)"
+  done
+done
 # Windows' own Automatic Updates option, still on (4): the pass turns it off.
 "$wine64" reg add 'HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' /v AUOptions \
   /t REG_DWORD /d 4 /f >/dev/null 2>&1 || fail "reg add AUOptions"
@@ -225,7 +233,11 @@ if [ -n "$sim" ]; then
     '"Type"="W"' '' '[HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services\wuauserv]' \
     '"Start"=dword:00000003' '' \
     '[HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update]' \
-    '"AUOptions"=dword:00000004' '' >"$simm/registry.reg"
+    '"AUOptions"=dword:00000004' '' \
+    '[HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows NT\CurrentVersion]' \
+    '"ProductName"="Windows 7 Professional"' '"CSDVersion"="Service Pack 1"' '' \
+    '[HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\Microsoft\Windows NT\CurrentVersion]' \
+    '"ProductName"="Windows 7 Professional"' '"CSDVersion"="Service Pack 1"' '' >"$simm/registry.reg"
   cat "$work/products.part" >>"$simm/registry.reg"
   { printf '%s\r\n' '[Machine]' "ExePath=$prog_win\\KPMDwld.exe" 'Is64BitOS=1'
     tr -d '\r' <"$drive_c/KPMStandins/network.ini" | sed 's/$/\r/'; } >"$simm/machine.ini"
@@ -364,14 +376,21 @@ if [ -n "$sim" ]; then
 
   # What the pass changed in the registry: the policy values, and the maker's
   # classes its own regsvr32 calls registered (class id and server path).
-  wine_value() {  # KEY NAME ("" for the default value)
+  wine_value() {  # KEY NAME ("" for the default value) [VIEW: 32 or 64]
     local flag=(/v "$2"); [ -z "$2" ] && flag=(/ve)
+    [ -n "${3:-}" ] && flag+=("/reg:$3")
     "$wine64" reg query "$1" "${flag[@]}" 2>/dev/null | tr -d '\r' |
       awk -F'    ' 'NF >= 4 { v = $4; sub(/^0x/, "", v); print v }' | tail -n 1
   }
-  sim_value() {  # KEY NAME: the value as registry.reg holds it, unescaped (a dword in hex)
+  sim_value() {  # KEY NAME [VIEW]: the value as registry.reg holds it, unescaped (a dword in hex)
+    # The simulated program is the 32-bit one: its classes are in the 32-bit view.
+    local key=$1
+    local classes='HKEY_CLASSES_ROOT\CLSID\'
+    if [ "${3:-}" = 32 ] && [[ $key == "$classes"* ]]; then
+      key='HKEY_CLASSES_ROOT\Wow6432Node\CLSID\'${key#"$classes"}
+    fi
     # Through the environment: awk -v would read the backslashes as escapes.
-    tr -d '\r' <"$simm/registry.reg" | K="[$1]" N="$2" awk '
+    tr -d '\r' <"$simm/registry.reg" | K="[$key]" N="$2" awk '
       BEGIN { key = ENVIRON["K"]; name = ENVIRON["N"] }
       /^\[/ { inkey = (tolower($0) == tolower(key)); next }
       inkey { n = (name == "" ? "@" : "\"" name "\"");
@@ -379,8 +398,8 @@ if [ -n "$sim" ]; then
                 v = substr($0, length(n) + 2); sub(/^dword:0*/, "", v); gsub(/^"|"$/, "", v);
                 gsub(/\\\\/, "\\", v); print v } }' | tail -n 1
   }
-  registry_facts() {  # FUNCTION: one "key name = value" line per fact
-    local getter=$1 progid clsid
+  registry_facts() {  # FUNCTION VIEW: one "key name = value" line per fact; the classes read in VIEW
+    local getter=$1 view=$2 progid clsid
     echo "AUOptions = $($getter 'HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows\CurrentVersion\WindowsUpdate\Auto Update' AUOptions)"
     # Written through the 64-bit view whatever the program's bitness: the 32-bit view's copy stays unset.
     local in32
@@ -389,11 +408,13 @@ if [ -n "$sim" ]; then
     echo "wuauserv Start = $($getter 'HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services\wuauserv' Start)"
     for progid in kWbPost.WebPost kDwnJob.JobDownload ChilkatZip2.Chilkatzip2; do
       clsid=$($getter "HKEY_CLASSES_ROOT\\$progid\\CLSID" '')
-      echo "$progid = $clsid $($getter "HKEY_CLASSES_ROOT\\CLSID\\$clsid\\InprocServer32" '')"
+      echo "$progid = $clsid $($getter "HKEY_CLASSES_ROOT\\CLSID\\$clsid\\InprocServer32" '' "$view")"
     done
   }
-  registry_facts wine_value >"$work/wine.registry"
-  registry_facts sim_value >"$work/sim.registry"
+  # The classes the program's own regsvr32 registered, in the program's view:
+  # a 32-bit regsvr32 writes HKCR\Wow6432Node\CLSID on 64-bit Windows.
+  registry_facts wine_value "$bits" >"$work/wine.registry"
+  registry_facts sim_value 32 >"$work/sim.registry"
   if grep -q ' = *$' "$work/wine.registry"; then
     fail "a registry value is missing under Wine:"; sed 's/^/    /' "$work/wine.registry"
   elif diff -u "$work/sim.registry" "$work/wine.registry" >"$work/registry.diff"; then

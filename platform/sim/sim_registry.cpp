@@ -586,9 +586,21 @@ bool SimRegistry::splitPath(std::string_view path, std::vector<std::string>& out
 
 std::vector<std::string> SimRegistry::redirect(Hive hive, std::vector<std::string> path,
                                                RegView view) const {
-    if (hive == Hive::LocalMachine && view != RegView::View64 && is64BitOS() && !path.empty() &&
-        iequals(path[0], "SOFTWARE") && !(path.size() > 1 && iequals(path[1], "Wow6432Node")))
+    if (view == RegView::View64 || !is64BitOS() || path.empty()) return path;
+    if (hive == Hive::LocalMachine && iequals(path[0], "SOFTWARE") &&
+        !(path.size() > 1 && iequals(path[1], "Wow6432Node")))
         path.insert(path.begin() + 1, "Wow6432Node");
+    // Under the classes root the class registrations have a 32-bit view of
+    // their own (what a 32-bit regsvr32 writes); ProgIDs are shared.
+    if (hive == Hive::ClassesRoot) {
+        static constexpr const char* kRedirected[] = {"CLSID", "Interface", "DirectShow", "Media Type",
+                                                      "MediaFoundation"};
+        for (const char* name : kRedirected)
+            if (iequals(path[0], name)) {
+                path.insert(path.begin(), "Wow6432Node");
+                break;
+            }
+    }
     return path;
 }
 

@@ -18,6 +18,12 @@
 
 namespace contract {
 
+// The name of a test's own keys under HKCR (a ProgID, and a key of that name
+// under CLSID), from its keyPath(): "KPMContract.<test>".
+inline std::string classKeyName(const std::string& keyPath) {
+    return "KPMContract." + keyPath.substr(keyPath.rfind('\\') + 1);
+}
+
 class Env {
 public:
     virtual ~Env() = default;

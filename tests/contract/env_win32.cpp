@@ -13,13 +13,25 @@ namespace contract {
 
 namespace {
 
-// A 64-bit process sees both physical keys of HKLM\SOFTWARE: the 64-bit one
-// and Wow6432Node (HKCU\Software is one key in both views).
+// Deletes KEY\PARENT\NAME in one view, whatever the process's own bitness.
+void deleteTreeIn(HKEY root, const char* parent, const std::string& name, REGSAM view) {
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(root, parent, 0, KEY_ALL_ACCESS | view, &key) != ERROR_SUCCESS) return;
+    RegDeleteTreeA(key, name.c_str());
+    RegCloseKey(key);
+}
+
+// The test's keys in both views: HKLM\SOFTWARE's two physical keys (HKCU\Software
+// is one key in both), and its class keys (contract::classKeyName).
 void removeKeys(const std::string& path) {
     const std::string rest = path.substr(path.find('\\') + 1);  // "KPMContract\<test>"
+    const std::string name = contract::classKeyName(path);
     RegDeleteTreeA(HKEY_CURRENT_USER, path.c_str());
-    RegDeleteTreeA(HKEY_LOCAL_MACHINE, ("SOFTWARE\\" + rest).c_str());
-    RegDeleteTreeA(HKEY_LOCAL_MACHINE, ("SOFTWARE\\Wow6432Node\\" + rest).c_str());
+    for (REGSAM view : {KEY_WOW64_32KEY, KEY_WOW64_64KEY}) {
+        deleteTreeIn(HKEY_LOCAL_MACHINE, "SOFTWARE", rest, view);
+        deleteTreeIn(HKEY_CLASSES_ROOT, "CLSID", name, view);
+        deleteTreeIn(HKEY_LOCAL_MACHINE, "SOFTWARE\\Classes", name, view);
+    }
 }
 
 void removeTree(const std::string& dir) {

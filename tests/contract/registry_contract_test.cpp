@@ -145,6 +145,33 @@ TEST_F(Registry, PlainViewOfLocalMachineSoftwareIsThe32BitView) {
     EXPECT_EQ(RegValue::string("R32").data, got.data) << "each view keeps its own value";
 }
 
+// Under HKCR the class registrations have a 32-bit view of their own: what a
+// 32-bit regsvr32 writes under CLSID is HKCR\Wow6432Node\CLSID seen from the
+// 64-bit view, while a ProgID is one key in both views.
+TEST_F(Registry, ClassRegistrationsHaveA32BitViewProgIdsAreShared) {
+    const std::string name = contract::classKeyName(env().keyPath());
+    auto clsid = create(Hive::ClassesRoot, "CLSID\\" + name + "\\InprocServer32");
+    ASSERT_TRUE(clsid);
+    ASSERT_EQ(regerr::Success, clsid->setValue("", RegValue::string("C:\\x86\\kWbPost.dll")));
+    auto progId = create(Hive::ClassesRoot, name + "\\CLSID");
+    ASSERT_TRUE(progId);
+    ASSERT_EQ(regerr::Success, progId->setValue("", RegValue::string(name)));
+
+    std::unique_ptr<RegKey> k;
+    EXPECT_EQ(regerr::FileNotFound, open(Hive::ClassesRoot, "CLSID\\" + name, RegView::View64, k));
+    ASSERT_EQ(regerr::Success,
+              open(Hive::ClassesRoot, "Wow6432Node\\CLSID\\" + name + "\\InprocServer32", RegView::View64, k));
+    RegValue got;
+    ASSERT_EQ(regerr::Success, k->queryValue("", got));
+    EXPECT_EQ(RegValue::string("C:\\x86\\kWbPost.dll").data, got.data);
+    // Wine (8.0) gives a 64-bit process that asks for the 32-bit view a copy
+    // of the whole classes root; a 32-bit process there sees ProgIDs shared,
+    // as Windows does. The shipping program is the 32-bit one.
+    if (env().underWine() && sizeof(void*) == 8) return;
+    ASSERT_EQ(regerr::Success, open(Hive::ClassesRoot, name + "\\CLSID", RegView::View64, k))
+        << "a ProgID is shared";
+}
+
 TEST_F(Registry, AKeyOpenedForReadingCannotBeWritten) {
     ASSERT_TRUE(create(Hive::CurrentUser, env().keyPath()));
     std::unique_ptr<RegKey> k;

@@ -101,7 +101,7 @@ std::string TestMachine::componentRegistry() {
         if (c.dll.empty()) continue;
         const std::string progId(c.progId), clsid(c.clsid);
         reg += "[HKEY_CLASSES_ROOT\\" + progId + "\\CLSID]\r\n@=\"" + clsid + "\"\r\n\r\n" +
-               "[HKEY_CLASSES_ROOT\\CLSID\\" + clsid + "\\InprocServer32]\r\n" +
+               "[HKEY_CLASSES_ROOT\\Wow6432Node\\CLSID\\" + clsid + "\\InprocServer32]\r\n" +
                "@=\"C:\\\\Program Files\\\\VORN\\\\VORNMobile\\\\" + std::string(c.dll) + "\"\r\n\r\n";
     }
     return reg;
