@@ -18,6 +18,7 @@
 #include "tppatch/product_list.h"
 #include "webpost/site_config.h"
 #include "webpost/status_posts.h"
+#include "mspatch/download_channels.h"
 #include "mspatch/download_state.h"
 #include "wuenv/environment.h"
 #include "wuenv/probes.h"
@@ -240,4 +241,18 @@ TEST(Procedures, FileNamesFromUrls) {
         {"", ""},
     };
     for (const auto& [url, name] : cases) EXPECT_EQ(kpm::GetFileNameFromURL(url), name) << url;
+}
+
+// The Microsoft channel checks a name again, though the update's own step has
+// refused such names before any channel: no pass brings one this far.
+TEST(Procedures, MicrosoftChannelRefusesANameThatLeavesTheFolder) {
+    Opened o;
+    EXPECT_FALSE(kpm::DLoadPchFromMicrosoft("http://download.windowsupdate.com/d/..\\..\\KPMDwld.exe"));
+    o.m.close();
+    const auto lines = o.m.logLines();
+    ASSERT_EQ(lines.size(), 5u);  // the header and one entry: nothing was fetched
+    EXPECT_NE(lines[4].find("\tDLoadPchFromMicrosoft\tERROR\tFile name refused: it would be written outside its "
+                            "folder\t..\\..\\KPMDwld.exe\t"),
+              std::string::npos)
+        << lines[4];
 }
