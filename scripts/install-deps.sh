@@ -33,7 +33,6 @@ wine32_installed() { dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep
 wine32_alignment() {
     local release=$1 pins=() round out pkg ver
     for round in 1 2 3 4 5 6; do
-        # shellcheck disable=SC2086
         out=$(apt-get install -s -t "$release" --allow-downgrades --no-install-recommends wine32:i386 "${pins[@]}" 2>&1) &&
             { echo "${pins[@]:-}"; return 0; }
         local found=0
