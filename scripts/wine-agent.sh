@@ -124,3 +124,15 @@ find_wine64() {
   [ -x "$wine64" ] || { echo "SKIPPED: wine64 not available"; exit 77; }
   wineserver=$(dirname "$wine64")/wineserver
 }
+
+# drop_prefixes PREFIX...: the Wine prefixes of a step that passed (over a
+# gigabyte each) removed, their servers stopped first; KPM_KEEP_MACHINES keeps them.
+drop_prefixes() {
+  [ -n "${KPM_KEEP_MACHINES:-}" ] && return 0
+  local p
+  for p in "$@"; do
+    [ -d "$p" ] || continue
+    WINEPREFIX=$p "$wineserver" -k >/dev/null 2>&1
+    rm -rf "$p"
+  done
+}

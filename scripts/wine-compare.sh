@@ -167,7 +167,6 @@ if [ "$failures" -gt 0 ]; then
   echo "wine-compare: $failures differences (work folder kept: $work)"
   exit 1
 fi
-# The prefix (over a gigabyte) goes once it has passed, unless KPM_KEEP_MACHINES is set.
-[ -n "${KPM_KEEP_MACHINES:-}" ] || rm -rf "$WINEPREFIX"
+drop_prefixes "$WINEPREFIX"
 echo "wine-compare: the Wine pass and the simulated pass agree"
 exit 0

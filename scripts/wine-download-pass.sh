@@ -434,8 +434,7 @@ if [ "$failures" -gt 0 ]; then
   echo "wine-download-pass: $failures checks FAILED (work folder kept: $work)"
   exit 1
 fi
-# The prefix (over a gigabyte) goes once it has passed, unless KPM_KEEP_MACHINES is set;
-# the activity log and the request log stay.
-[ -n "${KPM_KEEP_MACHINES:-}" ] || { "$wineserver" -k >/dev/null 2>&1; rm -rf "$WINEPREFIX"; }
+# The activity log and the request log stay; the prefix goes.
+drop_prefixes "$WINEPREFIX"
 echo "wine-download-pass: all checks passed"
 exit 0

@@ -291,7 +291,6 @@ if [ "$failures" -gt 0 ]; then
   echo "wine-pass: $failures checks FAILED (prefixes kept in $work)"
   exit 1
 fi
-# The prefixes (over a gigabyte each) go once they have passed, unless KPM_KEEP_MACHINES is set.
-[ -n "${KPM_KEEP_MACHINES:-}" ] || rm -rf "$work"/*/prefix
+drop_prefixes "$work"/*/prefix
 echo "wine-pass: all checks passed"
 exit 0
