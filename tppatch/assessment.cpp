@@ -11,6 +11,8 @@
 #include "config/ini.h"
 #include "log/w3c_log.h"
 #include "platform/host.h"
+#include "tppatch/log_text.h"
+#include "tppatch/uninstall_entry.h"
 #include "tppatch/wildcard.h"
 
 namespace kpm {
@@ -70,10 +72,11 @@ bool compared(int c, ValueTest::Op op) {
 }
 
 bool holds(const ValueTest& t, const std::optional<RegValue>& v) {
+    if (!v && t.orMissing) return true;
     switch (t.kind) {
     case ValueTest::Kind::Exists: return v.has_value();
     case ValueTest::Kind::Missing: return !v;
-    case ValueTest::Kind::Text: return v && isText(*v) && t.text.Holds(textOf(*v));
+    case ValueTest::Kind::Text: return (v && isText(*v) && t.text.Holds(textOf(*v))) != t.negated;
     case ValueTest::Kind::Dword:
         if (!v || v->type != platform::regtype::Dword) return false;
         return compared(v->dwordValue() < t.dword ? -1 : v->dwordValue() > t.dword ? 1 : 0, t.op);
@@ -211,6 +214,22 @@ private:
 struct Install {
     std::string where;
     VersionRead read;
+    std::string owner;  // "" for the machine, the user's SID: whose install it is
+};
+
+// The entries a product's search passed over as no installs: the first one
+// named, the others counted, so that a computer full of hotfixes writes one
+// line, not a hundred.
+struct PassedOver {
+    std::string first;
+    size_t count = 0;
+    void add(const std::string& what) {
+        if (count++ == 0) first = what;
+    }
+    std::string text() const {
+        if (count == 0) return "";
+        return "; passed over " + first + (count > 1 ? " and " + std::to_string(count - 1) + " more" : "");
+    }
 };
 
 class Assessor {
@@ -228,11 +247,13 @@ public:
         }
         try {
             std::vector<Install> installs;
+            PassedOver passed;
             for (const Place& place : places) {
-                if (d.kind == Detection::Kind::Uninstall) findInUninstall(d, place, installs);
+                if (d.kind == Detection::Kind::Uninstall) findInUninstall(d, place, installs, passed);
                 else findKey(d, place, installs);
             }
             decide(p, d, places, installs, f);
+            f.evidence += passed.text();
         } catch (const RegistryFailure& e) {
             f.state = ProductState::Failed;
             f.evidence = e.what();
@@ -285,7 +306,7 @@ private:
         return *it->second;
     }
 
-    void findInUninstall(const Detection& d, const Place& place, std::vector<Install>& installs) {
+    void findInUninstall(const Detection& d, const Place& place, std::vector<Install>& installs, PassedOver& passed) {
         UninstallList& list = listOf(place);
         if (!list.failure().empty()) throw RegistryFailure(list.failure());
         // The narrowest anchor: the key name, else a text test that starts with plain text.
@@ -304,8 +325,14 @@ private:
             bool all = true;
             for (const auto& t : d.tests) all = all && holds(t, list.value(i, t.value));
             if (!all) continue;
+            const std::string notInstall =
+                NotAnInstall(d, [&](const std::string& name) -> const std::optional<RegValue>& { return list.value(i, name); });
+            if (!notInstall.empty()) {
+                passed.add(list.keyName(i) + place.viewText + " (" + notInstall + ")");
+                continue;
+            }
             installs.push_back({place.shown + list.base() + "\\" + list.keyName(i) + place.viewText,
-                                readVersion(d.version, list.value(i, d.version.value))});
+                                readVersion(d.version, list.value(i, d.version.value)), place.prefix});
         }
     }
 
@@ -317,7 +344,8 @@ private:
             throw RegistryFailure(place.shown + d.keyPath + place.viewText + " cannot be opened (error " + std::to_string(r) + ")");
         for (const auto& t : d.tests)
             if (!holds(t, queryValue(place, d.keyPath, t.value))) return;
-        installs.push_back({place.shown + d.keyPath + place.viewText, readVersion(d.version, queryValue(place, d.keyPath, d.version.value))});
+        installs.push_back({place.shown + d.keyPath + place.viewText, readVersion(d.version, queryValue(place, d.keyPath, d.version.value)),
+                            place.prefix});
     }
 
     static void decide(const Product& p, const Detection& d, const std::vector<Place>& places,
@@ -346,6 +374,21 @@ private:
             if (!i.read.version) unknown = unknown ? unknown : &i;
             else if (!older && CompareVersions(*i.read.version, target) < 0) older = &i;
         }
+        // One install older and another of the same owner (the machine, or
+        // one user) at or above the update: installing it could put an old
+        // version over the live one. The deployment step must not guess which
+        // is live. Users are owners of their own: one behind needs the update.
+        for (const auto& o : installs) {
+            if (!o.read.version || CompareVersions(*o.read.version, target) >= 0) continue;
+            for (const auto& c : installs) {
+                if (c.owner != o.owner || !c.read.version || CompareVersions(*c.read.version, target) < 0) continue;
+                f.state = ProductState::Conflicting;
+                f.where = o.where;
+                f.other = c.where;
+                f.evidence = o.read.evidence + "; " + c.where + " " + c.read.evidence + against;
+                return;
+            }
+        }
         const Install& decisive = older ? *older : unknown ? *unknown : installs.front();
         f.state = older ? ProductState::UpdateNeeded : unknown ? ProductState::Unknown : ProductState::UpToDate;
         f.where = decisive.where;
@@ -367,6 +410,7 @@ const char* StateText(ProductState state) {
     case ProductState::UpdateNeeded: return "Update needed";
     case ProductState::Unknown: return "Version unknown";
     case ProductState::Failed: return "Assessment failed";
+    case ProductState::Conflicting: return "Conflicting installs";
     }
     return "";
 }
@@ -386,7 +430,7 @@ std::vector<bool> SelectVendors(const Catalogue& catalogue, const std::string& s
             if (WildcardEquals(name, catalogue.vendors[v].id) || WildcardEquals(name, catalogue.vendors[v].name))
                 known = chosen[v] = true;
         if (!known && reported.insert(LCase(name)).second)
-            WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Selected vendor is not in the product list", name);
+            WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Selected vendor is not in the product list", LogText(name));
     }
     return chosen;
 }
@@ -395,7 +439,7 @@ std::vector<ProductFinding> AssessProducts(const Catalogue& catalogue, const std
     for (size_t v = 0; v < catalogue.vendors.size(); ++v)
         if (!selected[v] && catalogue.vendors[v].products > 0)
             WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Vendor not selected: its products are not assessed",
-                        catalogue.vendors[v].name, std::to_string(catalogue.vendors[v].products));
+                        LogText(catalogue.vendors[v].name), std::to_string(catalogue.vendors[v].products));
     std::vector<ProductFinding> findings;
     Assessor assessor;
     for (size_t i = 0; i < catalogue.products.size(); ++i) {
@@ -403,7 +447,7 @@ std::vector<ProductFinding> AssessProducts(const Catalogue& catalogue, const std
         if (!selected[p.vendor]) continue;
         ProductFinding f = assessor.assess(i, p);
         WriteW3CLog(kModule, "fncAssessProduct", f.state == ProductState::Failed ? "ERROR" : "INFO",
-                    std::string(StateText(f.state)) + ": " + p.name, p.id, f.where, f.evidence);
+                    std::string(StateText(f.state)) + ": " + LogText(p.name), p.id, LogText(f.where), LogText(f.evidence));
         findings.push_back(std::move(f));
     }
     return findings;

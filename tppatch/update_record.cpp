@@ -67,6 +67,14 @@ void WriteUpdateRecord(const Catalogue& catalogue, const std::vector<ProductFind
                    (o.why.empty() ? "" : attr("why", o.why)) + attr("found", found) + "/>\r\n";
         }
         for (const auto& f : findings) {
+            if (f.state == ProductState::Conflicting) {
+                // Nothing downloaded: the deployment step sees both installs and leaves them be.
+                const Product& p = catalogue.products[f.product];
+                xml += "  <conflict" + attr("vendor", catalogue.vendors[p.vendor].id) + attr("product", p.id) +
+                       attr("update", p.update.id) + attr("found", f.where) + attr("newer", f.other) +
+                       attr("reason", f.evidence) + "/>\r\n";
+                continue;
+            }
             if (f.state != ProductState::Unknown && f.state != ProductState::Failed) continue;
             const Product& p = catalogue.products[f.product];
             xml += std::string("  <") + (f.state == ProductState::Unknown ? "unknown" : "failed") +
