@@ -13,6 +13,7 @@
 #include "platform/host.h"
 #include "tppatch/log_text.h"
 #include "tppatch/uninstall_entry.h"
+#include "tppatch/user_hives.h"
 #include "tppatch/wildcard.h"
 
 namespace kpm {
@@ -253,6 +254,9 @@ public:
                 else findKey(d, place, installs);
             }
             decide(p, d, places, installs, f);
+            if (f.state != ProductState::UpdateNeeded && f.state != ProductState::Conflicting &&
+                d.scope == Detection::Scope::Users)
+                unreadableUser(f);
             f.evidence += passed.text();
         } catch (const RegistryFailure& e) {
             f.state = ProductState::Failed;
@@ -266,10 +270,25 @@ private:
         return std::string(place.hive == Hive::Users ? "Software" : "SOFTWARE") + "\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
     }
 
+    // A user whose hive could not be loaded may have the product, older:
+    // nothing else found decides for them.
+    void unreadableUser(ProductFinding& f) {
+        for (const auto& u : hives_.list()) {
+            if (u.failure.empty()) continue;
+            f.state = ProductState::HiveUnreadable;
+            f.where = "HKU\\" + u.sid + " (" + u.file + ")";
+            f.evidence = "the hive could not be loaded, " + u.failure;
+            return;
+        }
+    }
+
     std::vector<Place> placesFor(const Detection& d) {
         std::vector<Place> out;
         if (d.scope == Detection::Scope::Users) {
-            for (const auto& sid : users()) out.push_back({Hive::Users, sid + "\\", RegView::Default, "HKU\\" + sid + "\\", ""});
+            for (const auto& u : hives_.list())
+                if (u.failure.empty())
+                    out.push_back({Hive::Users, u.key + "\\", RegView::Default, "HKU\\" + u.sid + "\\",
+                                   u.file.empty() ? "" : " (not logged on)"});
             return out;
         }
         auto add = [&](RegView view, const char* text) {
@@ -279,24 +298,6 @@ private:
         if ((d.view == Detection::View::Bits64 || d.view == Detection::View::Both) && is64_) add(RegView::View64, "64-bit");
         if (d.view == Detection::View::Bits32 || d.view == Detection::View::Both) add(RegView::View32, "32-bit");
         return out;
-    }
-
-    // The user hives loaded under HKEY_USERS: real users only, not the
-    // service accounts, ".DEFAULT" or the "_Classes" hives.
-    const std::vector<std::string>& users() {
-        if (usersRead_) return users_;
-        usersRead_ = true;
-        std::unique_ptr<platform::RegKey> root;
-        if (platform::registry().openKey(Hive::Users, "", platform::regaccess::Read, RegView::Default, root) !=
-            platform::regerr::Success)
-            return users_;
-        std::string name;
-        for (uint32_t i = 0; root->enumSubKey(i, name) == platform::regerr::Success; ++i) {
-            const std::string l = LCase(name);
-            if ((l.rfind("s-1-5-21-", 0) == 0 || l.rfind("s-1-12-1-", 0) == 0) && l.find("_classes") == std::string::npos)
-                users_.push_back(name);
-        }
-        return users_;
     }
 
     UninstallList& listOf(const Place& place) {
@@ -396,8 +397,7 @@ private:
     }
 
     bool is64_;
-    bool usersRead_ = false;
-    std::vector<std::string> users_;
+    UserHives hives_;
     std::map<std::string, std::unique_ptr<UninstallList>> lists_;
 };
 
@@ -411,6 +411,7 @@ const char* StateText(ProductState state) {
     case ProductState::Unknown: return "Version unknown";
     case ProductState::Failed: return "Assessment failed";
     case ProductState::Conflicting: return "Conflicting installs";
+    case ProductState::HiveUnreadable: return "User hive not readable";
     }
     return "";
 }

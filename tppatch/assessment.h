@@ -11,7 +11,8 @@
 namespace kpm {
 
 // Conflicting: one install older than the update, another at or above it.
-enum class ProductState { NotInstalled, UpToDate, UpdateNeeded, Unknown, Failed, Conflicting };
+// HiveUnreadable: no install older, and a user's hive could not be loaded.
+enum class ProductState { NotInstalled, UpToDate, UpdateNeeded, Unknown, Failed, Conflicting, HiveUnreadable };
 
 struct ProductFinding {
     size_t product = 0;  // index in Catalogue::products

@@ -75,9 +75,11 @@ void WriteUpdateRecord(const Catalogue& catalogue, const std::vector<ProductFind
                        attr("reason", f.evidence) + "/>\r\n";
                 continue;
             }
-            if (f.state != ProductState::Unknown && f.state != ProductState::Failed) continue;
+            if (f.state != ProductState::Unknown && f.state != ProductState::Failed && f.state != ProductState::HiveUnreadable)
+                continue;
             const Product& p = catalogue.products[f.product];
-            xml += std::string("  <") + (f.state == ProductState::Unknown ? "unknown" : "failed") +
+            xml += std::string("  <") +
+                   (f.state == ProductState::Unknown ? "unknown" : f.state == ProductState::Failed ? "failed" : "unreadable") +
                    attr("vendor", catalogue.vendors[p.vendor].id) + attr("product", p.id) + attr("found", f.where) +
                    attr("reason", f.evidence) + "/>\r\n";
         }

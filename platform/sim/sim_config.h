@@ -45,6 +45,9 @@ struct MachineConfig {
     std::map<char, DriveSpace> drives;    // drive letter (upper case) -> space
     std::map<std::string, ClassState> classes;  // key: ProgID in lower case
 
+    // [Hives]: hive files another process holds open (Windows path in lower
+    // case): loading one fails with a sharing violation.
+    std::vector<std::string> lockedHives;
     standins::NetworkMap network;  // [Network]: where URL hosts go
     unsigned pollWaitMs = 1000;    // [Downloads] PollWaitMs
     unsigned stallSeconds = 30;    // [Downloads] StallSeconds

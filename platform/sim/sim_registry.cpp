@@ -495,16 +495,20 @@ class SimRegKey : public RegKey {
 public:
     SimRegKey(SimRegistry& reg, Hive hive, std::vector<std::string> path, uint32_t access,
               RegView view)
-        : reg_(reg), hive_(hive), path_(std::move(path)), access_(grantedAccess(access)), view_(view) {}
+        : reg_(reg), doc_(reg.document()), hive_(hive), path_(std::move(path)), access_(grantedAccess(access)), view_(view) {}
+    // A key of a loaded user hive: read only, never written to registry.reg.
+    SimRegKey(SimRegistry& reg, RegDocument& hiveDoc, std::vector<std::string> path, uint32_t access)
+        : reg_(reg), doc_(hiveDoc), hive_(Hive::CurrentUser), path_(std::move(path)),
+          access_(grantedAccess(access) & regaccess::Read), view_(RegView::Default), loaded_(true) {}
 
     long queryValue(std::string_view name, RegValue& out) override {
         if (!(access_ & regaccess::QueryValue)) return regerr::AccessDenied;
-        return reg_.document().findValue(hive_, path_, name, out) ? regerr::Success
+        return doc_.findValue(hive_, path_, name, out) ? regerr::Success
                                                                   : regerr::FileNotFound;
     }
 
     long setValue(std::string_view name, const RegValue& value) override {
-        if (!(access_ & regaccess::SetValue)) return regerr::AccessDenied;
+        if (!(access_ & regaccess::SetValue) || loaded_) return regerr::AccessDenied;
         if (name.size() > 16383) return regerr::InvalidParameter;
         reg_.document().setValue(hive_, path_, name, value);
         return reg_.save() ? regerr::Success : kIoFailed;
@@ -512,7 +516,7 @@ public:
 
     long createSubKey(std::string_view name, std::unique_ptr<RegKey>& out) override {
         constexpr uint32_t kCreateSubKey = 0x0004;
-        if (!(access_ & kCreateSubKey)) return regerr::AccessDenied;
+        if (!(access_ & kCreateSubKey) || loaded_) return regerr::AccessDenied;
         std::vector<std::string> rel;
         if (!SimRegistry::splitPath(name, rel)) return regerr::InvalidParameter;
         std::vector<std::string> full = path_;
@@ -531,7 +535,10 @@ public:
         // The names as they were when the enumeration began, as a caller
         // walking the indexes of an unchanged key sees them.
         if (index == 0 || !listed_) {
-            subKeys_ = reg_.document().subKeys(hive_, path_);
+            subKeys_ = doc_.subKeys(hive_, path_);
+            // The loaded hives are HKEY_USERS' subkeys too.
+            if (hive_ == Hive::Users && path_.empty() && !loaded_)
+                for (const auto& name : reg_.loadedHives()) subKeys_.push_back(name);
             listed_ = true;
         }
         if (index >= subKeys_.size()) return regerr::NoMoreItems;
@@ -543,12 +550,14 @@ public:
 
 private:
     SimRegistry& reg_;
+    RegDocument& doc_;
     Hive hive_;
     std::vector<std::string> path_;
     uint32_t access_;
     RegView view_;
     std::vector<std::string> subKeys_;
     bool listed_ = false;
+    bool loaded_ = false;
 };
 
 }  // namespace
@@ -608,6 +617,12 @@ long SimRegistry::openKey(Hive hive, std::string_view path, uint32_t access, Reg
                           std::unique_ptr<RegKey>& out) {
     std::vector<std::string> parts;
     if (!splitPath(path, parts)) return regerr::InvalidParameter;
+    if (LoadedHive* loaded = hive == Hive::Users && !parts.empty() ? findLoaded(parts[0]) : nullptr) {
+        parts.erase(parts.begin());
+        if (!loaded->doc.keyExists(Hive::CurrentUser, parts)) return regerr::FileNotFound;
+        out = std::make_unique<SimRegKey>(*this, loaded->doc, std::move(parts), access);
+        return regerr::Success;
+    }
     parts = redirect(hive, std::move(parts), view);
     if (!doc_.keyExists(hive, parts)) return regerr::FileNotFound;
     // MAXIMUM_ALLOWED grants what the caller may have: everything, on a machine without ACLs.
@@ -620,10 +635,67 @@ long SimRegistry::createKey(Hive hive, std::string_view path, RegView view,
                             std::unique_ptr<RegKey>& out) {
     std::vector<std::string> parts;
     if (!splitPath(path, parts)) return regerr::InvalidParameter;
+    if (hive == Hive::Users && !parts.empty() && findLoaded(parts[0])) return regerr::AccessDenied;
     parts = redirect(hive, std::move(parts), view);
     if (doc_.createKey(hive, parts) && !save()) return SimRegKey::kIoFailed;
     out = std::make_unique<SimRegKey>(*this, hive, std::move(parts), regaccess::AllAccess, view);
     return regerr::Success;
+}
+
+SimRegistry::LoadedHive* SimRegistry::findLoaded(std::string_view name) {
+    for (auto& h : loaded_)
+        if (iequals(h->name, name)) return h.get();
+    return nullptr;
+}
+
+std::vector<std::string> SimRegistry::loadedHives() const {
+    std::vector<std::string> names;
+    for (const auto& h : loaded_) names.push_back(h->name);
+    return names;
+}
+
+long SimRegistry::loadUserHive(std::string_view name, std::string_view file) {
+    std::vector<std::string> parts;
+    if (!splitPath(name, parts) || parts.size() != 1) return regerr::InvalidParameter;
+    if (findLoaded(name) || doc_.keyExists(Hive::Users, parts)) return regerr::AccessDenied;
+    std::string lowerFile(file);
+    for (char& c : lowerFile) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const auto& locked : state_.config.lockedHives)
+        if (locked == lowerFile) return regerr::SharingViolation;
+    for (const auto& h : loaded_)
+        if (iequals(h->file, file)) return regerr::SharingViolation;
+    std::filesystem::path host;
+    try {
+        if (!hostPath_) return regerr::FileNotFound;
+        host = hostPath_(file);
+    } catch (const MachineError&) {
+        return regerr::FileNotFound;
+    }
+    std::error_code ec;
+    if (!std::filesystem::is_regular_file(host, ec)) return regerr::FileNotFound;
+    std::ifstream in(host, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (!in) return regerr::BadDatabase;
+    auto hive = std::make_unique<LoadedHive>();
+    hive->name = std::string(name);
+    hive->file = std::string(file);
+    try {
+        hive->doc = RegDocument::parse(text.str());
+    } catch (const MachineError&) {
+        return regerr::BadDatabase;  // what Windows says of a file that is no hive
+    }
+    loaded_.push_back(std::move(hive));
+    return regerr::Success;
+}
+
+long SimRegistry::unloadUserHive(std::string_view name) {
+    for (auto it = loaded_.begin(); it != loaded_.end(); ++it)
+        if (iequals((*it)->name, name)) {
+            loaded_.erase(it);
+            return regerr::Success;
+        }
+    return regerr::InvalidParameter;
 }
 
 bool SimRegistry::save() {

@@ -90,6 +90,35 @@ private:
     REGSAM view_;
 };
 
+// RegLoadKey and RegUnLoadKey need SeRestorePrivilege and SeBackupPrivilege
+// enabled in the caller's token (SYSTEM holds both, disabled). Enabled once;
+// ERROR_PRIVILEGE_NOT_HELD when the token does not hold them.
+long enableHivePrivileges() {
+    static long result = -1;
+    if (result != -1) return result;
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token))
+        return result = static_cast<long>(GetLastError());
+    result = ERROR_SUCCESS;
+    for (const char* name : {SE_RESTORE_NAME, SE_BACKUP_NAME}) {
+        TOKEN_PRIVILEGES tp{};
+        tp.PrivilegeCount = 1;
+        tp.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+        if (!LookupPrivilegeValueA(nullptr, name, &tp.Privileges[0].Luid) ||
+            !AdjustTokenPrivileges(token, FALSE, &tp, sizeof tp, nullptr, nullptr)) {
+            result = static_cast<long>(GetLastError());
+            break;
+        }
+        // AdjustTokenPrivileges succeeds without enabling what the token lacks.
+        if (GetLastError() == ERROR_NOT_ALL_ASSIGNED) {
+            result = ERROR_PRIVILEGE_NOT_HELD;
+            break;
+        }
+    }
+    CloseHandle(token);
+    return result;
+}
+
 class Win32Registry final : public Registry {
 public:
     long openKey(Hive hive, std::string_view path, uint32_t access, RegView view,
@@ -104,6 +133,18 @@ public:
 
     long createKey(Hive hive, std::string_view path, RegView view, std::unique_ptr<RegKey>& out) override {
         return Win32RegKey::create(rootOf(hive), path, viewFlag(view), out);
+    }
+
+    long loadUserHive(std::string_view name, std::string_view file) override {
+        if (long r = enableHivePrivileges(); r != ERROR_SUCCESS) return r;
+        const std::string n(name), f(file);
+        return RegLoadKeyA(HKEY_USERS, n.c_str(), f.c_str());
+    }
+
+    long unloadUserHive(std::string_view name) override {
+        if (long r = enableHivePrivileges(); r != ERROR_SUCCESS) return r;
+        const std::string n(name);
+        return RegUnLoadKeyA(HKEY_USERS, n.c_str());
     }
 };
 
