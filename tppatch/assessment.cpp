@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -95,23 +96,61 @@ struct VersionRead {
     std::string evidence;
 };
 
-VersionRead readVersion(const VersionSource& source, const std::optional<RegValue>& v) {
-    const std::string& name = source.value;
-    if (!v) return {std::nullopt, name + " is missing"};
-    if (source.packed) {
-        if (v->type != platform::regtype::Dword) return {std::nullopt, name + " is " + typeName(v->type) + ", not REG_DWORD"};
-        const uint32_t d = v->dwordValue();
-        const std::string text = std::to_string(d >> 24) + "." + std::to_string((d >> 16) & 0xFF) + "." +
-                                 std::to_string(d & 0xFFFF);
-        char hex[16];
-        std::snprintf(hex, sizeof hex, "0x%08X", d);
-        return {ParseVersion(text), name + "=" + hex + " (" + text + ")"};
+// Reads one value of the key that matched; nullopt when it is missing.
+using ValueLookup = std::function<std::optional<RegValue>(const std::string&)>;
+
+VersionRead packedVersion(const std::string& name, const RegValue& v) {
+    if (v.type != platform::regtype::Dword) return {std::nullopt, name + " is " + typeName(v.type) + ", not REG_DWORD"};
+    const uint32_t d = v.dwordValue();
+    const std::string text = std::to_string(d >> 24) + "." + std::to_string((d >> 16) & 0xFF) + "." + std::to_string(d & 0xFFFF);
+    char hex[16];
+    std::snprintf(hex, sizeof hex, "0x%08X", d);
+    return {ParseVersion(text), name + "=" + hex + " (" + text + ")"};
+}
+
+// "1.2.3 (build 4567)" as 1.2.3.4567: the last run of digits in the last
+// parentheses is the next part; text without them is left as it is.
+std::string withBuildNumber(const std::string& text) {
+    const size_t open = text.rfind('('), close = text.rfind(')');
+    if (open == std::string::npos || close == std::string::npos || close < open) return text;
+    const std::string inside = text.substr(open + 1, close - open - 1);
+    const size_t last = inside.find_last_of("0123456789");
+    if (last == std::string::npos) return text;
+    const size_t first = inside.find_last_not_of("0123456789", last) + 1;
+    return trim(text.substr(0, open)) + "." + inside.substr(first, last - first + 1);
+}
+
+// Where the version value is missing, the numbers Windows Installer writes
+// beside it, as the catalogue says.
+VersionRead fallbackVersion(const VersionSource& source, const ValueLookup& value) {
+    const std::string missing = source.value + " is missing";
+    if (source.fallback == VersionSource::Fallback::Packed) {
+        const auto v = value("Version");
+        if (!v) return {std::nullopt, missing + ", and Version too"};
+        VersionRead r = packedVersion("Version", *v);
+        r.evidence = missing + "; " + r.evidence;
+        return r;
     }
+    const auto major = value("VersionMajor"), minor = value("VersionMinor");
+    if (!major || !minor) return {std::nullopt, missing + ", and VersionMajor or VersionMinor too"};
+    if (major->type != platform::regtype::Dword || minor->type != platform::regtype::Dword)
+        return {std::nullopt, missing + "; VersionMajor and VersionMinor are not both REG_DWORD"};
+    const std::string text = std::to_string(major->dwordValue()) + "." + std::to_string(minor->dwordValue());
+    return {ParseVersion(text), missing + "; VersionMajor.VersionMinor=" + text};
+}
+
+VersionRead readVersion(const VersionSource& source, const ValueLookup& value) {
+    const std::string& name = source.value;
+    const std::optional<RegValue> v = value(name);
+    if (!v && source.fallback != VersionSource::Fallback::None) return fallbackVersion(source, value);
+    if (!v) return {std::nullopt, name + " is missing"};
+    if (source.packed) return packedVersion(name, *v);
     if (!isText(*v)) return {std::nullopt, name + " is " + typeName(v->type) + ", not text"};
     const std::string text = textOf(*v);
     std::string versionText = text;
     if (!source.pattern.empty() && !ExtractVersion(source.pattern, text, versionText))
         return {std::nullopt, name + "=" + text + " does not fit " + source.pattern};
+    if (source.buildInParentheses) versionText = withBuildNumber(versionText);
     auto version = ParseVersion(versionText);
     if (!version) return {std::nullopt, name + "=" + text + " is not a version"};
     return {version, name + "=" + text};
@@ -333,7 +372,7 @@ private:
                 continue;
             }
             installs.push_back({place.shown + list.base() + "\\" + list.keyName(i) + place.viewText,
-                                readVersion(d.version, list.value(i, d.version.value)), place.prefix});
+                                readVersion(d.version, [&](const std::string& name) { return list.value(i, name); }), place.prefix});
         }
     }
 
@@ -345,7 +384,7 @@ private:
             throw RegistryFailure(place.shown + d.keyPath + place.viewText + " cannot be opened (error " + std::to_string(r) + ")");
         for (const auto& t : d.tests)
             if (!holds(t, queryValue(place, d.keyPath, t.value))) return;
-        installs.push_back({place.shown + d.keyPath + place.viewText, readVersion(d.version, queryValue(place, d.keyPath, d.version.value)),
+        installs.push_back({place.shown + d.keyPath + place.viewText, readVersion(d.version, [&](const std::string& name) { return queryValue(place, d.keyPath, name); }),
                             place.prefix});
     }
 

@@ -207,6 +207,14 @@ Detection readDetection(Object& node, Product::Arch arch) {
             if (form == "packed") d.version.packed = true;
             else if (!form.empty() && form != "text") throw Refusal("form=\"" + form + "\" is not text or packed");
             d.version.pattern = attr(child, "pattern");
+            const std::string build = attr(child, "build"), fallback = attr(child, "fallback");
+            if (build == "parentheses") d.version.buildInParentheses = true;
+            else if (!build.empty()) throw Refusal("build=\"" + build + "\" is not parentheses");
+            if (fallback == "majorMinor") d.version.fallback = VersionSource::Fallback::MajorMinor;
+            else if (fallback == "packed") d.version.fallback = VersionSource::Fallback::Packed;
+            else if (!fallback.empty()) throw Refusal("fallback=\"" + fallback + "\" is not majorMinor or packed");
+            if ((d.version.buildInParentheses || d.version.fallback != VersionSource::Fallback::None) && d.version.packed)
+                throw Refusal("build and fallback go with a text version, not form=\"packed\"");
             if (!d.version.pattern.empty()) {
                 const size_t at = d.version.pattern.find("{version}");
                 if (d.version.packed || at == std::string::npos ||

@@ -39,6 +39,10 @@ struct VersionSource {
     std::string value;
     bool packed = false;  // a DWORD 0xMMmmBBBB, as Windows Installer's "Version"
     std::string pattern;  // a "like" pattern with one "{version}"; empty: the whole value
+    bool buildInParentheses = false;  // "1.2.3 (build 4567)" is 1.2.3.4567
+    // Where the value is missing: VersionMajor.VersionMinor, or the packed Version DWORD.
+    enum class Fallback { None, MajorMinor, Packed };
+    Fallback fallback = Fallback::None;
 };
 
 struct Detection {

@@ -67,11 +67,16 @@ public:
     }
 
     long enumSubKey(uint32_t index, std::string& name) override {
-        char buf[256];  // a key name has at most 255 characters
-        DWORD size = sizeof buf;
-        LONG r = RegEnumKeyExA(key_.get(), index, buf, &size, nullptr, nullptr, nullptr, nullptr);
-        if (r == ERROR_SUCCESS) name.assign(buf, size);
-        return r;
+        // A key name has at most 255 characters, which in a double-byte or
+        // UTF-8 code page are more bytes than 256: grow until it fits.
+        std::vector<char> buf(256);
+        while (true) {
+            DWORD size = static_cast<DWORD>(buf.size());
+            LONG r = RegEnumKeyExA(key_.get(), index, buf.data(), &size, nullptr, nullptr, nullptr, nullptr);
+            if (r == ERROR_SUCCESS) name.assign(buf.data(), size);
+            if (r != ERROR_MORE_DATA || buf.size() >= 4096) return r;
+            buf.resize(buf.size() * 2);
+        }
     }
 
     // RegCreateKeyA: creates every missing key of `path` below `parent`.
