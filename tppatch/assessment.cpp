@@ -38,6 +38,10 @@ std::string trim(std::string_view s) {
     return std::string(s.substr(first, s.find_last_not_of(" \t") - first + 1));
 }
 
+// Longer values are not matched against patterns: a standard user can write
+// a megabyte into their own hive, and a pattern's matching time grows with it.
+constexpr size_t kLongestMatched = 4096;
+
 bool isText(const RegValue& v) {
     return v.type == platform::regtype::String || v.type == platform::regtype::ExpandString;
 }
@@ -78,7 +82,8 @@ bool holds(const ValueTest& t, const std::optional<RegValue>& v) {
     switch (t.kind) {
     case ValueTest::Kind::Exists: return v.has_value();
     case ValueTest::Kind::Missing: return !v;
-    case ValueTest::Kind::Text: return (v && isText(*v) && t.text.Holds(textOf(*v))) != t.negated;
+    case ValueTest::Kind::Text:
+        return (v && isText(*v) && v->data.size() <= kLongestMatched && t.text.Holds(textOf(*v))) != t.negated;
     case ValueTest::Kind::Dword:
         if (!v || v->type != platform::regtype::Dword) return false;
         return compared(v->dwordValue() < t.dword ? -1 : v->dwordValue() > t.dword ? 1 : 0, t.op);
@@ -146,6 +151,8 @@ VersionRead readVersion(const VersionSource& source, const ValueLookup& value) {
     if (!v) return {std::nullopt, name + " is missing"};
     if (source.packed) return packedVersion(name, *v);
     if (!isText(*v)) return {std::nullopt, name + " is " + typeName(v->type) + ", not text"};
+    if (v->data.size() > kLongestMatched)
+        return {std::nullopt, name + " is " + std::to_string(v->data.size()) + " bytes long, not a version"};
     const std::string text = textOf(*v);
     std::string versionText = text;
     if (!source.pattern.empty() && !ExtractVersion(source.pattern, text, versionText))
@@ -204,12 +211,25 @@ public:
     const std::string& keyName(size_t i) const { return entries_[i].name; }
 
     const std::optional<RegValue>& value(size_t i, const std::string& name) {
+        static const std::optional<RegValue> none;
         Entry& e = entries_[i];
+        if (e.unreadable) return none;
         const std::string key = LCase(name);
         auto it = e.values.find(key);
-        if (it == e.values.end()) it = e.values.emplace(key, queryValue(place_, base_ + "\\" + e.name, name)).first;
-        return it->second;
+        if (it != e.values.end()) return it->second;
+        try {
+            return e.values.emplace(key, queryValue(place_, base_ + "\\" + e.name, name)).first->second;
+        } catch (const RegistryFailure& failure) {
+            // One entry that cannot be read (an ACL that shuts SYSTEM out) is
+            // passed over, said once; the others of the view still count.
+            e.unreadable = true;
+            WriteW3CLog(kModule, "fncAssessProduct", "ERROR", "Uninstall entry cannot be read: passed over",
+                        LogText(failure.what()));
+            return none;
+        }
     }
+
+    bool unreadable(size_t i) const { return entries_[i].unreadable; }
 
     // The subkeys whose name (valueName empty) or whose string value starts
     // with `anchor`, case not counting.
@@ -239,6 +259,7 @@ private:
     struct Entry {
         std::string name;
         std::map<std::string, std::optional<RegValue>> values;  // by lower-cased name; nullopt: missing
+        bool unreadable = false;
     };
     struct Index {
         bool built = false;
@@ -364,15 +385,16 @@ private:
             if (d.hasKeyName && !d.keyName.Holds(list.keyName(i))) continue;
             bool all = true;
             for (const auto& t : d.tests) all = all && holds(t, list.value(i, t.value));
-            if (!all) continue;
+            if (!all || list.unreadable(i)) continue;
             const std::string notInstall =
                 NotAnInstall(d, [&](const std::string& name) -> const std::optional<RegValue>& { return list.value(i, name); });
-            if (!notInstall.empty()) {
+            if (!notInstall.empty() && !list.unreadable(i)) {
                 passed.add(list.keyName(i) + place.viewText + " (" + notInstall + ")");
                 continue;
             }
-            installs.push_back({place.shown + list.base() + "\\" + list.keyName(i) + place.viewText,
-                                readVersion(d.version, [&](const std::string& name) { return list.value(i, name); }), place.prefix});
+            VersionRead read = readVersion(d.version, [&](const std::string& name) { return list.value(i, name); });
+            if (list.unreadable(i)) continue;
+            installs.push_back({place.shown + list.base() + "\\" + list.keyName(i) + place.viewText, std::move(read), place.prefix});
         }
     }
 

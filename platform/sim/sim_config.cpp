@@ -193,6 +193,12 @@ MachineConfig loadMachineConfig(const std::filesystem::path& iniFile, const std:
         c.lockedHives.push_back(lower(e->key));
     }
 
+    for (const auto* e : r.section("DeniedKeys")) {
+        if (!iequals(e->value, "denied"))
+            Reader::fail(e->line, "[DeniedKeys] " + e->key + "=" + e->value + " must be denied");
+        c.deniedKeys.push_back(lower(e->key));
+    }
+
     for (const auto* e : r.section("Network")) {
         std::string error, to = e->value;
         if (to.rfind("site:", 0) == 0) {

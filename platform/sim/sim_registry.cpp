@@ -625,6 +625,14 @@ long SimRegistry::openKey(Hive hive, std::string_view path, uint32_t access, Reg
     }
     parts = redirect(hive, std::move(parts), view);
     if (!doc_.keyExists(hive, parts)) return regerr::FileNotFound;
+    if (!state_.config.deniedKeys.empty()) {
+        static constexpr const char* kAbbrev[] = {"hkcr", "hkcu", "hklm", "hku"};  // in Hive's order
+        std::string name = kAbbrev[static_cast<int>(hive)];
+        for (const auto& p : parts) name += "\\" + p;
+        for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        for (const auto& denied : state_.config.deniedKeys)
+            if (denied == name) return regerr::AccessDenied;
+    }
     // MAXIMUM_ALLOWED grants what the caller may have: everything, on a machine without ACLs.
     if (access & regaccess::MaximumAllowed) access = regaccess::AllAccess;
     out = std::make_unique<SimRegKey>(*this, hive, std::move(parts), access, view);
