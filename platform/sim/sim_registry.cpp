@@ -703,7 +703,7 @@ long SimRegistry::unloadUserHive(std::string_view name) {
             loaded_.erase(it);
             return regerr::Success;
         }
-    return regerr::InvalidParameter;
+    return regerr::FileNotFound;
 }
 
 bool SimRegistry::save() {

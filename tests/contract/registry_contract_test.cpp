@@ -218,4 +218,23 @@ TEST_F(Registry, SubkeysAreListedByIndexInTheViewThatOpenedTheKey) {
     EXPECT_TRUE(any) << "HKEY_USERS lists at least one hive";
 }
 
+// A key's name of the registry's longest (255 characters) is listed whole;
+// a user hive whose file is not there is not loaded, and a name never
+// loaded is not unloaded (the third-party search loads the hives of users
+// who are not logged on).
+TEST_F(Registry, LongNamesAndUserHivesThatAreNotThere) {
+    const std::string longName(255, 'k');
+    ASSERT_TRUE(create(Hive::CurrentUser, env().keyPath() + "\\" + longName));
+    std::unique_ptr<RegKey> k;
+    ASSERT_EQ(regerr::Success, open(Hive::CurrentUser, env().keyPath(), RegView::Default, k));
+    std::string name;
+    ASSERT_EQ(regerr::Success, k->enumSubKey(0, name));
+    EXPECT_EQ(longName, name);
+
+    const std::string hive = env().folder() + "\\NTUSER.DAT";  // the folder is there, the file is not
+    EXPECT_EQ(regerr::FileNotFound, registry().loadUserHive("KPMContract_away", hive));
+    EXPECT_EQ(regerr::FileNotFound, open(Hive::Users, "KPMContract_away", RegView::Default, k));
+    EXPECT_EQ(regerr::FileNotFound, registry().unloadUserHive("KPMContract_never"));
+}
+
 }  // namespace
