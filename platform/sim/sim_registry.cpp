@@ -593,23 +593,68 @@ bool SimRegistry::splitPath(std::string_view path, std::vector<std::string>& out
     }
 }
 
+namespace {
+
+// The class registrations: they keep a 32-bit view of their own wherever
+// the classes are shared.
+bool isClassRegistration(const std::string& name) {
+    static constexpr const char* kRedirected[] = {"CLSID", "Interface", "DirectShow", "Media Type", "MediaFoundation"};
+    for (const char* kin : kRedirected)
+        if (iequals(name, kin)) return true;
+    return false;
+}
+
+// The keys below HKLM\SOFTWARE that Windows 7 and later share between the
+// two views (Microsoft's "Registry Keys Affected by WOW64").
+bool sharedBetweenViews(const std::vector<std::string>& path) {
+    static constexpr const char* kShared[] = {
+        "Classes", "Clients", "Policies", "RegisteredApplications",
+        "Microsoft\\COM3", "Microsoft\\Cryptography\\Calais\\Current", "Microsoft\\Cryptography\\Calais\\Readers",
+        "Microsoft\\Cryptography\\Services", "Microsoft\\CTF\\SystemShared", "Microsoft\\CTF\\TIP", "Microsoft\\DFS",
+        "Microsoft\\Driver Signing", "Microsoft\\EnterpriseCertificates", "Microsoft\\EventSystem", "Microsoft\\MSMQ",
+        "Microsoft\\Non-Driver Signing", "Microsoft\\Notepad\\DefaultFonts", "Microsoft\\OLE", "Microsoft\\RAS",
+        "Microsoft\\RPC", "Microsoft\\Shared Tools\\MSInfo", "Microsoft\\SystemCertificates",
+        "Microsoft\\TermServLicensing", "Microsoft\\TransactionServer",
+        "Microsoft\\Windows\\CurrentVersion\\App Paths", "Microsoft\\Windows\\CurrentVersion\\Control Panel\\Cursors\\Schemes",
+        "Microsoft\\Windows\\CurrentVersion\\Explorer\\AutoplayHandlers", "Microsoft\\Windows\\CurrentVersion\\Explorer\\DriveIcons",
+        "Microsoft\\Windows\\CurrentVersion\\Explorer\\KindMap", "Microsoft\\Windows\\CurrentVersion\\Group Policy",
+        "Microsoft\\Windows\\CurrentVersion\\Policies", "Microsoft\\Windows\\CurrentVersion\\PreviewHandlers",
+        "Microsoft\\Windows\\CurrentVersion\\Setup", "Microsoft\\Windows\\CurrentVersion\\Telephony",
+        "Microsoft\\Windows NT\\CurrentVersion\\Console", "Microsoft\\Windows NT\\CurrentVersion\\FontDpi",
+        "Microsoft\\Windows NT\\CurrentVersion\\FontLink", "Microsoft\\Windows NT\\CurrentVersion\\FontMapper",
+        "Microsoft\\Windows NT\\CurrentVersion\\Fonts", "Microsoft\\Windows NT\\CurrentVersion\\FontSubstitutes",
+        "Microsoft\\Windows NT\\CurrentVersion\\Gre_Initialize", "Microsoft\\Windows NT\\CurrentVersion\\Image File Execution Options",
+        "Microsoft\\Windows NT\\CurrentVersion\\LanguagePack", "Microsoft\\Windows NT\\CurrentVersion\\NetworkCards",
+        "Microsoft\\Windows NT\\CurrentVersion\\Perflib", "Microsoft\\Windows NT\\CurrentVersion\\Ports",
+        "Microsoft\\Windows NT\\CurrentVersion\\Print", "Microsoft\\Windows NT\\CurrentVersion\\ProfileList",
+        "Microsoft\\Windows NT\\CurrentVersion\\Time Zones"};
+    for (const char* shared : kShared) {
+        std::vector<std::string> parts;
+        SimRegistry::splitPath(shared, parts);
+        if (path.size() < parts.size() + 1) continue;
+        bool same = true;
+        for (size_t i = 0; i < parts.size() && same; ++i) same = iequals(path[i + 1], parts[i]);
+        if (same) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 std::vector<std::string> SimRegistry::redirect(Hive hive, std::vector<std::string> path,
                                                RegView view) const {
     if (view == RegView::View64 || !is64BitOS() || path.empty()) return path;
     if (hive == Hive::LocalMachine && iequals(path[0], "SOFTWARE") &&
-        !(path.size() > 1 && iequals(path[1], "Wow6432Node")))
-        path.insert(path.begin() + 1, "Wow6432Node");
+        !(path.size() > 1 && iequals(path[1], "Wow6432Node"))) {
+        if (!sharedBetweenViews(path)) {
+            path.insert(path.begin() + 1, "Wow6432Node");
+        } else if (path.size() > 2 && iequals(path[1], "Classes") && isClassRegistration(path[2])) {
+            path.insert(path.begin() + 2, "Wow6432Node");
+        }
+    }
     // Under the classes root the class registrations have a 32-bit view of
     // their own (what a 32-bit regsvr32 writes); ProgIDs are shared.
-    if (hive == Hive::ClassesRoot) {
-        static constexpr const char* kRedirected[] = {"CLSID", "Interface", "DirectShow", "Media Type",
-                                                      "MediaFoundation"};
-        for (const char* name : kRedirected)
-            if (iequals(path[0], name)) {
-                path.insert(path.begin(), "Wow6432Node");
-                break;
-            }
-    }
+    if (hive == Hive::ClassesRoot && isClassRegistration(path[0])) path.insert(path.begin(), "Wow6432Node");
     return path;
 }
 
