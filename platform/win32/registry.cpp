@@ -105,7 +105,7 @@ long enableHivePrivileges() {
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token))
         return result = static_cast<long>(GetLastError());
     result = ERROR_SUCCESS;
-    for (const char* name : {SE_RESTORE_NAME, SE_BACKUP_NAME}) {
+    for (const char* name : {"SeRestorePrivilege", "SeBackupPrivilege"}) {
         TOKEN_PRIVILEGES tp{};
         tp.PrivilegeCount = 1;
         tp.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
