@@ -54,7 +54,7 @@ bool CheckAgent(Report& report) {
     Section& agent = report.section("agent");
     if (!agentKeyThere()) {
         report.unreadable = "no agent key HKEY_LOCAL_MACHINE\\SOFTWARE\\VORNOD as a 32-bit program sees it "
-                            "(SOFTWARE\\Wow6432Node\\VORNOD on 64-bit Windows): a pass ends at once, without a log";
+                            "(SOFTWARE\\Wow6432Node\\VORNOD on 64-bit Windows)";
         agent.add("agent key", "missing");
         return false;
     }
@@ -75,12 +75,11 @@ bool CheckAgent(Report& report) {
     for (const char* name : {"regID", "SiteID", "MemberID", "Type"})
         if (agentValue(name).empty()) missing += std::string(missing.empty() ? "" : ", ") + name;
     if (!missing.empty())
-        report.unreadable = "the agent key has no " + missing + ": a pass ends right after reading it, silently";
+        report.unreadable = "the agent key has no " + missing;
     else if (folder.empty() || !platform::files().folderExists(folder))
-        report.unreadable = "the install folder \"" + folder + "\" does not exist: a pass ends right after "
-                            "reading the agent key, silently";
+        report.unreadable = "the install folder \"" + folder + "\" does not exist";
     if (!report.unreadable.empty()) {
-        agent.add("a pass would", "end silently: " + report.unreadable);
+        agent.add("a pass would", "end before its first step, without a word in its log");
         return false;
     }
     const std::string ini = agentSettings.InstallPath + "VORNMobile.ini";

@@ -36,7 +36,7 @@ Report RunChecks(CheckHost& host) {
     Report report;
     resetProcessState();
     if (!CheckAgent(report)) {
-        report.summary.push_back("A pass would end silently: " + report.unreadable);
+        report.summary.push_back("A pass would end at once, silently: " + report.unreadable);
         return report;
     }
     CheckNetwork(report);

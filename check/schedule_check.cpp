@@ -207,7 +207,7 @@ std::string nextOpening(CheckHost& host, const Schedule& s, const DateTime& now)
         if (start <= now) continue;
         if (decisionAt(host, s, platform::addSeconds(start, 1)) == "Y") return DateText(start);
     }
-    return "not within 400 days";
+    return "none in the next 400 days";
 }
 
 std::string whyNot(CheckHost& host, const Schedule& s, const DateTime& now) {
