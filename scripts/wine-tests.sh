@@ -129,6 +129,9 @@ lane() {
   else
     skip "download passes $tag" "no native kpm-sites built"
   fi
+  step "checker: the Windows report is the Linux one $tag" \
+    "$root/scripts/wine-check.sh" --exe $dir/platform/win32/KPMDwld-check.exe \
+    --cipher $dir/standins/com/KEncDec.dll --work "$logs/check-$bits"
   # The same machine on both sides: needs the native runner (scripts/test.sh builds it first).
   if [ -n "$sim_bin" ]; then
     step "demo machine: Wine pass matches the simulated pass $tag" \
