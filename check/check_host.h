@@ -17,12 +17,12 @@ public:
 
     // The clock's moment, for trying the schedule at other times.
     void setNow(const platform::DateTime& now);
-    // INI writes a reader tried and was refused: "FILE [SECTION] KEY".
+    // Writes a reader tried and was refused: "FILE [SECTION] KEY", "delete FILE".
     const std::vector<std::string>& refusedWrites() const;
 
     platform::Registry& registry() override { return machine_.registry(); }
     platform::Profile& profile() override;
-    platform::FileSystem& files() override { return machine_.files(); }
+    platform::FileSystem& files() override;
     platform::Clock& clock() override;
     platform::System& system() override { return machine_.system(); }
     platform::Automation& automation() override { return machine_.automation(); }
@@ -62,9 +62,43 @@ private:
         platform::Profile& real_;
     };
 
+    // Files as the machine has them; every change refused (ComError 70).
+    class ReadOnlyFiles : public platform::FileSystem {
+    public:
+        ReadOnlyFiles(platform::FileSystem& real, std::vector<std::string>& refused) : real_(real), refused_(refused) {}
+        bool fileExists(std::string_view p) override { return real_.fileExists(p); }
+        bool folderExists(std::string_view p) override { return real_.folderExists(p); }
+        bool findFirst(std::string_view p) override { return real_.findFirst(p); }
+        bool makeSureDirectoryPathExists(std::string_view p) override { return refuse("make folders for", p), false; }
+        void createFolder(std::string_view p) override { refuse("create", p); }
+        uint64_t fileSize(std::string_view p) override { return real_.fileSize(p); }
+        void clearReadOnly(std::string_view p) override { refuse("change", p); }
+        void setReadOnly(std::string_view p, bool) override { refuse("change", p); }
+        void deleteFile(std::string_view p) override { refuse("delete", p); }
+        void deleteFolder(std::string_view p) override { refuse("delete", p); }
+        void moveFile(std::string_view from, std::string_view) override { refuse("move", from); }
+        std::string sha256(std::string_view p) override { return real_.sha256(p); }
+        std::string readAll(std::string_view p) override { return real_.readAll(p); }
+        void writeAll(std::string_view p, std::string_view) override { refuse("write", p); }
+        void append(std::string_view p, std::string_view) override { refuse("write", p); }
+        std::vector<std::string> listFiles(std::string_view folder) override { return real_.listFiles(folder); }
+        uint32_t getShortPathName(std::string_view p, std::string& buffer, uint32_t size) override {
+            return real_.getShortPathName(p, buffer, size);
+        }
+        bool diskFreeSpace(std::string_view root, uint64_t& a, uint64_t& b, uint64_t& c) override {
+            return real_.diskFreeSpace(root, a, b, c);
+        }
+
+    private:
+        void refuse(const char* what, std::string_view path);
+        platform::FileSystem& real_;
+        std::vector<std::string>& refused_;
+    };
+
     platform::Host& machine_;
     StandingClock clock_;
     ReadOnlyProfile profile_;
+    ReadOnlyFiles files_;
 };
 
 }  // namespace kpm::check
