@@ -107,8 +107,12 @@ void CheckNetwork(Report& report) {
     sites.add("data-center black list", a.BlackListURL + "/wblist.zip");
     sites.add("data-center product list", a.DownLoadSite + "/wblist/pdlist.zip");
     sites.add("download library host", std::string(kMakerUpdateHost) + "/kScc/KDowFile.dll");
-    sites.add("management site (primary)", a.PrimarySiteURL);
-    sites.add("management site (secondary)", a.SecondarySiteURL);
+    // An empty base still gives an address: the page behind a lone "/".
+    auto site = [&](const char* key, const std::string& url) {
+        return fncReadAgentIni("DCConnURL", key, ini).empty() ? url + " ([DCConnURL] " + key + " is empty)" : url;
+    };
+    sites.add("management site (primary)", site("ControllerPSite", a.PrimarySiteURL));
+    sites.add("management site (secondary)", site("ControllerSSite", a.SecondarySiteURL));
 }
 
 }  // namespace kpm::check
