@@ -32,6 +32,7 @@ bool readPorts(const std::string& file, std::map<std::string, int>& ports) {
     if (!in) return false;
     for (std::string line; std::getline(in, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!line.empty() && line[0] == '#') continue;  // run-pass.sh --keep-sites notes
         const size_t eq = line.find('=');
         if (eq == std::string::npos) continue;
         ports[line.substr(0, eq)] = std::atoi(line.c_str() + eq + 1);

@@ -31,7 +31,7 @@ build=$root/build/fuzz
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_C_COMPILER=clang -DKPM_SANITIZE=ON -DKPM_BUILD_FUZZ=ON -DKPM_BUILD_TESTS=OFF -DKPM_BUILD_BENCH=OFF \
   >"$build.configure.log" 2>&1 || { cat "$build.configure.log"; exit 1; }
-cmake --build "$build" -j "$(nproc)" >"$build.build.log" 2>&1 || { tail -n 40 "$build.build.log"; exit 1; }
+cmake --build "$build" -j "${KPM_JOBS:-2}" >"$build.build.log" 2>&1 || { tail -n 40 "$build.build.log"; exit 1; }
 
 if [ ${#harnesses[@]} -eq 0 ]; then
   for f in fuzz/*_fuzz.cpp; do harnesses+=("$(basename "$f" .cpp)"); done

@@ -5,7 +5,7 @@ set -euo pipefail
 
 native=(cmake ninja-build g++ make pkg-config libgtest-dev libbenchmark-dev libpugixml-dev
         libcurl4-openssl-dev libcpp-httplib-dev libminizip-dev zlib1g-dev libssl-dev zip unzip python3
-        clang libclang-rt-14-dev)
+        clang libclang-rt-14-dev gdb)
 windows=(googletest g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-x86-64-dev
          libz-mingw-w64-dev binutils-mingw-w64-x86-64 binutils-mingw-w64-i686)
 

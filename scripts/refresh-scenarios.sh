@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 [ -d build/linux-debug ] || cmake --preset linux-debug >/dev/null
-cmake --build --preset linux-debug --target kpm_scenario_tests >/dev/null
+cmake --build --preset linux-debug -j 2 --target kpm_scenario_tests >/dev/null
 filter='*'
 if [ "$#" -gt 0 ]; then
     filter=''

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# run-pass.sh [--machine DIR] [--sites DIR] [--now YYYY-MM-DDTHH:MM:SS] [--frozen-clock] [--out DIR]
+# run-pass.sh [--machine DIR] [--sites DIR] [--now YYYY-MM-DDTHH:MM:SS] [--frozen-clock] [--out DIR] [--keep-sites]
 #
 # One pass of KPMDwld on a machine folder of your own, against local sites of
 # your own, told as a story: the activity log, the files the pass fetched, the
 # requests the sites answered, the documents posted (decrypted), the schedule
-# record and the third-party update record.
+# record and the third-party update record. The story starts with what the
+# checker (kpmdwld-check) says of the machine at that moment: each window
+# inside or why not, and its warnings (the whole report in OUT/check.txt).
 #
 #   --machine DIR   a simulated Windows machine (docs/simulated-machine.md);
 #                   default examples/demo-machine. Its machine.ini [Network]
@@ -22,10 +24,15 @@
 #   --out DIR       where everything is left (default scratch/run): machine/
 #                   (the machine after the pass), sites/, requests.log,
 #                   posts/, and the story again in story.txt
+#   --keep-sites    leave the sites running after the pass and write
+#                   OUT/sites.txt: their ports (NAME=PORT, what kpmdwld-sim
+#                   --sites-ports reads), then "# pid=" and "# kpm-sites" with
+#                   the proxy settings they were started with
 # Install and build output go to OUT/build.log, shown only when something fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 machine_src=examples/demo-machine sites_src=examples/demo-sites now=2026-11-15T16:10:00 frozen=() out=scratch/run
+keep_sites=""
 while [ $# -gt 0 ]; do
     case "$1" in
         --machine) machine_src=$2; shift 2 ;;
@@ -33,7 +40,8 @@ while [ $# -gt 0 ]; do
         --now) now=$2; shift 2 ;;
         --frozen-clock) frozen=(--frozen-clock); shift ;;
         --out) out=$2; shift 2 ;;
-        -h|--help) sed -n 2,26p "$0"; exit 0 ;;
+        --keep-sites) keep_sites=1; shift ;;
+        -h|--help) sed -n 2,33p "$0"; exit 0 ;;
         *) echo "run-pass.sh: unknown option '$1' (--help lists them)" >&2; exit 2 ;;
     esac
 done
@@ -54,11 +62,11 @@ quiet() {  # runs a step with its output in the build log; shows the log when it
 echo "== Installing and building (output in $buildlog)"
 quiet scripts/install-deps.sh
 quiet cmake --preset linux-release
-quiet cmake --build --preset linux-release -j "$(nproc)" --target kpmdwld-sim kpm-sites kpmdwld-encdec
+quiet cmake --build --preset linux-release -j 2 --target kpmdwld-sim kpm-sites kpmdwld-encdec kpmdwld-check
 bin=build/linux-release
 
 machine=$out/machine sites=$out/sites
-rm -rf "$machine" "$sites" "$out/posts" "$out/requests.log" "$out/story.txt"
+rm -rf "$machine" "$sites" "$out/posts" "$out/requests.log" "$out/story.txt" "$out/sites.txt"
 cp -r "$machine_src" "$machine"
 cp -r "$sites_src" "$sites"
 find "$sites" -name .keep -delete
@@ -86,17 +94,30 @@ fault_args=()
 [ -f "$sites/faults.txt" ] && fault_args=(--faults "$sites/faults.txt")
 ports=$out/ports.txt
 rm -f "$ports"
-"$bin/sites/kpm-sites" "${site_args[@]}" "${proxy_args[@]}" "${fault_args[@]}" \
-    --log "$out/requests.log" --posts "$out/posts" --ports-file "$ports" >"$out/sites.out" 2>&1 &
+${keep_sites:+setsid} "$bin/sites/kpm-sites" "${site_args[@]}" "${proxy_args[@]}" "${fault_args[@]}" \
+    --log "$out/requests.log" --posts "$out/posts" --ports-file "$ports" >"$out/sites.out" 2>&1 </dev/null &
 server=$!
-trap 'kill "$server" 2>/dev/null; wait "$server" 2>/dev/null || true' EXIT
+[ -n "$keep_sites" ] || trap 'kill "$server" 2>/dev/null; wait "$server" 2>/dev/null || true' EXIT
 for _ in $(seq 100); do [ -s "$ports" ] && break; sleep 0.1; done
 [ -s "$ports" ] || { echo "== the sites server did not start:"; cat "$out/sites.out"; exit 1; }
 for name in $(sed -n 's/^.*=[[:space:]]*site:\([A-Za-z0-9_.-]*\).*$/\1/p' <<<"$network" | sort -u); do
     grep -q "^$name=" "$ports" || echo "NOTE: machine.ini sends hosts to site '$name', which $sites_src does not have: they are unreachable"
 done
 
+if [ -n "$keep_sites" ]; then
+    { cat "$ports"; echo "# pid=$server"
+      echo "# kpm-sites ${site_args[*]} ${proxy_args[*]} ${fault_args[*]} --log $out/requests.log --posts $out/posts"
+    } >"$out/sites.txt"
+fi
+
 {
+# What the checker makes of the machine before the pass: its summary and warnings.
+set +e
+"$bin/kpmdwld-check" --now "$now" "$machine" >"$out/check.txt" 2>&1
+set -e
+echo "== The checker at $now (whole report: $out/check.txt)"
+sed -n '1,/^$/{/^$/d;p}' "$out/check.txt"
+sed -n '/^\[warnings\]/,/^$/{/^$/d;/^\[/d;p}' "$out/check.txt"
 echo "== Pass on $machine_src at $now${frozen:+ (frozen clock)}; local sites: $(tr '\n' ' ' <"$ports")"
 touch "$out/before"
 set +e
@@ -135,5 +156,6 @@ for name in SchPatch.ini TPUpdates.xml; do
     echo "== ${name%.*} record: ${f#"$machine"/}"
     tr -d '\r' <"$f"
 done
+[ -z "$keep_sites" ] || echo "== The sites keep running: ports and proxy settings in $out/sites.txt (kill $server to stop them)"
 echo "== Everything is in $out"
 } 2>&1 | tee "$out/story.txt"

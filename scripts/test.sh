@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh --with-wine
 
 cmake --preset linux-debug >/dev/null
-cmake --build --preset linux-debug -j "$(nproc)"
+cmake --build --preset linux-debug -j "${KPM_JOBS:-2}"
 
 set +e
 ASAN_OPTIONS=detect_leaks=1 ctest --preset linux-debug -j "$(nproc)" 2>&1 | tee build/linux-debug/ctest.out

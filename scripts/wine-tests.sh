@@ -73,7 +73,8 @@ build32=build/mingw32 build64=build/mingw64
 step "build mingw32-release (shipping KPMDwld.exe)" \
   sh -c "cmake --preset mingw32-release && cmake --build --preset mingw32-release -j $jobs"
 check32() {
-  "$root/scripts/check-imports.sh" i686-w64-mingw32-objdump $build32/platform/win32/KPMDwld.exe &&
+  "$root/scripts/check-imports.sh" i686-w64-mingw32-objdump $build32/platform/win32/KPMDwld.exe \
+    $build32/platform/win32/KPMDwld-check.exe &&
     pe_check i686-w64-mingw32-objdump $build32/platform/win32/KPMDwld.exe pei-i386
 }
 step "32-bit KPMDwld.exe: PE32, GUI, system DLLs only" check32
@@ -98,6 +99,7 @@ step "build mingw64-release (+ contract tests)" \
   sh -c "cmake --preset mingw64-release && cmake --build --preset mingw64-release -j $jobs"
 step "64-bit KPMDwld.exe and stand-ins: system DLLs only" \
   "$root/scripts/check-imports.sh" x86_64-w64-mingw32-objdump $build64/platform/win32/KPMDwld.exe \
+  $build64/platform/win32/KPMDwld-check.exe \
   $build64/standins/com/KPMStandins.dll $build64/standins/com/KEncDec.dll \
   $build64/standins/com/KDowFile.dll $build64/standins/com/KGnMD5.dll
 
@@ -129,6 +131,9 @@ lane() {
   else
     skip "download passes $tag" "no native kpm-sites built"
   fi
+  step "checker: the Windows report is the Linux one $tag" \
+    "$root/scripts/wine-check.sh" --exe $dir/platform/win32/KPMDwld-check.exe \
+    --cipher $dir/standins/com/KEncDec.dll --work "$logs/check-$bits"
   # The same machine on both sides: needs the native runner (scripts/test.sh builds it first).
   if [ -n "$sim_bin" ]; then
     step "demo machine: Wine pass matches the simulated pass $tag" \
