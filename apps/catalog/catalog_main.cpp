@@ -32,6 +32,7 @@ constexpr const char* kUsage =
     "  publish --key PRIVATE.pem --serial N --issued YYYY-MM-DD --valid-until YYYY-MM-DD\n"
     "          [--auoptions AUOptions.xml] PDList.xml OUT.zip\n"
     "                                      sets serial and dates, signs, packs pdlist.zip\n"
+    "  sign --key PRIVATE.pem PDList.xml   prints the signature file of the list as it is (PDList.xml.sig)\n"
     "  verify [--keys KEYS.pem] [--today YYYY-MM-DD] [--last-serial N] pdlist.zip\n"
     "                                      the agent's check of an archive (KEYS.pem: PDListKeys.pem)\n";
 
@@ -184,6 +185,14 @@ int publish(int argc, char** argv) {
     return 0;
 }
 
+int sign(int argc, char** argv) {
+    int i = 2;
+    auto o = options(i, argc, argv);
+    if (argc - i != 1 || !o.count("key")) fail("sign --key PRIVATE.pem PDList.xml");
+    std::cout << catalog::SignatureFile(readFile(argv[i]), readFile(o["key"]));
+    return 0;
+}
+
 // The named entries of a zip archive.
 std::map<std::string, std::string> unzipAll(const std::string& path) {
     std::map<std::string, std::string> out;
@@ -240,6 +249,7 @@ int main(int argc, char** argv) {
         if (command == "check") return check(argc, argv);
         if (command == "publish") return publish(argc, argv);
         if (command == "verify") return verify(argc, argv);
+        if (command == "sign") return sign(argc, argv);
     } catch (const std::exception& e) {
         fail(e.what());
     }
