@@ -75,6 +75,7 @@ std::optional<std::string> DecodeBase64(std::string_view text) {
         }
         bits = (bits << 6) | static_cast<uint32_t>(v);
         if (++count == 4) {
+            if (padding > 2) return std::nullopt;  // "A===": no byte ends there
             out += static_cast<char>((bits >> 16) & 0xFF);
             if (padding < 2) out += static_cast<char>((bits >> 8) & 0xFF);
             if (padding < 1) out += static_cast<char>(bits & 0xFF);
