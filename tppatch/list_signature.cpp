@@ -211,6 +211,13 @@ std::optional<ListMetadata> ReadListMetadata(const std::string& path, std::strin
         why = "<pdlist> needs issued and validUntil dates (yyyy-mm-dd)";
         return std::nullopt;
     }
+    m.auOptionsSha256 = attr("auOptionsSha256");
+    std::transform(m.auOptionsSha256.begin(), m.auOptionsSha256.end(), m.auOptionsSha256.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (!m.auOptionsSha256.empty() && !isLowerHex(m.auOptionsSha256, 64)) {
+        why = "<pdlist> auOptionsSha256 is not 64 hex digits";
+        return std::nullopt;
+    }
     if (ListDateNumber(m.validUntil) < ListDateNumber(m.issued)) {
         why = "<pdlist> is valid until " + m.validUntil + ", before it was issued on " + m.issued;
         return std::nullopt;
@@ -262,6 +269,14 @@ std::string CheckProductList(const std::string& folder, std::string& accepted) {
 
     const auto m = ReadListMetadata(list, why);
     if (!m) return "unreadable: " + why;
+    // AUOptions.xml is covered through the hash the signed list names.
+    const std::string auOptions = folder + "\\AUOptions.xml";
+    const bool hasAuOptions = files.fileExists(auOptions);
+    if (m->auOptionsSha256.empty() && hasAuOptions)
+        return "AUOptions.xml is not covered: the list names no auOptionsSha256";
+    if (!m->auOptionsSha256.empty() && !hasAuOptions) return "the archive has no AUOptions.xml, which the list names";
+    if (hasAuOptions && files.sha256(auOptions) != m->auOptionsSha256)
+        return "AUOptions.xml is not the one the list names";
     const std::string record = ListRecordPath();
     const uint64_t highest = readSerial(Trim(fncReadINI("Accepted", "Serial", record))).value_or(0);
     const platform::DateTime now = platform::clock().now();

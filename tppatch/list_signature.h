@@ -5,6 +5,8 @@
 //   The root <pdlist> states serial, issued and validUntil; the agent keeps
 //   the highest serial it accepted in "PDListRecord.ini" in its program
 //   folder and refuses a lower one, and a list whose validity has ended.
+//   The root also names the SHA-256 of the archive's "AUOptions.xml", so the
+//   signature covers that file too.
 #pragma once
 
 #include <cstdint>
@@ -46,6 +48,7 @@ std::vector<TrustedKey> TrustedListKeys(std::vector<std::string>& problems);
 struct ListMetadata {
     uint64_t serial = 0;
     std::string issued, validUntil;  // yyyy-mm-dd
+    std::string auOptionsSha256;     // the archive's AUOptions.xml, which the signature so covers; or empty
 };
 // Read with the agent's XML reader; nullopt, with why, when missing or malformed.
 std::optional<ListMetadata> ReadListMetadata(const std::string& path, std::string& why);

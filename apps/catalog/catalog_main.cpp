@@ -31,7 +31,7 @@ constexpr const char* kUsage =
     "  check PDList.xml                    reads the list as the agent does: every refused entry and why\n"
     "  publish --key PRIVATE.pem --serial N --issued YYYY-MM-DD --valid-until YYYY-MM-DD\n"
     "          [--auoptions AUOptions.xml] PDList.xml OUT.zip\n"
-    "                                      sets serial and dates, signs, packs pdlist.zip\n"
+    "                                      sets serial, dates and AUOptions.xml's SHA-256, signs, packs pdlist.zip\n"
     "  sign --key PRIVATE.pem PDList.xml   prints the signature file of the list as it is (PDList.xml.sig)\n"
     "  verify [--keys KEYS.pem] [--today YYYY-MM-DD] [--last-serial N] pdlist.zip\n"
     "                                      the agent's check of an archive (KEYS.pem: PDListKeys.pem)\n";
@@ -176,10 +176,13 @@ int publish(int argc, char** argv) {
         o["serial"].find_first_not_of('0') == std::string::npos)
         fail("--serial is a number from 1, of at most 18 digits");
     const std::string key = readFile(o["key"]);
-    const std::string list = catalog::WithListMetadata(readFile(argv[i]), o["serial"], o["issued"], o["valid-until"]);
+    // AUOptions.xml is signed through its hash in the list.
+    const std::string auOptions = o.count("auoptions") ? readFile(o["auoptions"]) : "";
+    const std::string list = catalog::WithListMetadata(readFile(argv[i]), o["serial"], o["issued"], o["valid-until"],
+                                                       o.count("auoptions") ? catalog::Sha256Hex(auOptions) : "");
     std::vector<std::pair<std::string, std::string>> files{{"PDList.xml", list},
                                                            {"PDList.xml.sig", catalog::SignatureFile(list, key)}};
-    if (o.count("auoptions")) files.emplace_back("AUOptions.xml", readFile(o["auoptions"]));
+    if (o.count("auoptions")) files.emplace_back("AUOptions.xml", auOptions);
     catalog::WriteZip(argv[i + 1], files);
     std::cout << "signed serial " << o["serial"] << " with key " << catalog::KeyId(key) << ": " << argv[i + 1] << "\n";
     return 0;

@@ -85,11 +85,7 @@ std::string PublicKeyPem(const std::string& privatePem) {
 }
 
 std::string KeyId(const std::string& privatePem) {
-    const std::string der = publicDer(readPrivate(privatePem).get());
-    unsigned char digest[32];
-    unsigned int n = 0;
-    EVP_Digest(der.data(), der.size(), digest, &n, EVP_sha256(), nullptr);
-    return hex(digest, n);
+    return Sha256Hex(publicDer(readPrivate(privatePem).get()));
 }
 
 std::string SignatureFile(const std::string& listBytes, const std::string& privatePem) {
@@ -111,15 +107,23 @@ std::string SignatureFile(const std::string& listBytes, const std::string& priva
            "\nsignature: " + base64(signature) + "\n";
 }
 
+std::string Sha256Hex(const std::string& bytes) {
+    unsigned char digest[32];
+    unsigned int n = 0;
+    EVP_Digest(bytes.data(), bytes.size(), digest, &n, EVP_sha256(), nullptr);
+    return hex(digest, n);
+}
+
 std::string WithListMetadata(const std::string& list, const std::string& serial, const std::string& issued,
-                             const std::string& validUntil) {
+                             const std::string& validUntil, const std::string& auOptionsSha256) {
     std::smatch m;
     static const std::regex root("<pdlist\\b[^>]*>");
     if (!std::regex_search(list, m, root)) throw SigningError("the list has no <pdlist> element");
     std::string tag = m.str(0);
     const bool selfClosing = tag.size() >= 2 && tag[tag.size() - 2] == '/';
     for (const auto& [name, value] : {std::pair<std::string, std::string>{"serial", serial}, {"issued", issued},
-                                      {"validUntil", validUntil}}) {
+                                      {"validUntil", validUntil},
+                                      {"auOptionsSha256", auOptionsSha256}}) {
         if (value.empty()) continue;
         const std::regex existing("\\s" + name + "\\s*=\\s*(\"[^\"]*\"|'[^']*')");
         const std::string attribute = " " + name + "=\"" + value + "\"";

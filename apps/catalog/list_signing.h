@@ -22,10 +22,12 @@ std::string PublicKeyPem(const std::string& privatePem);
 std::string KeyId(const std::string& privatePem);
 // The text of "PDList.xml.sig" for these exact bytes.
 std::string SignatureFile(const std::string& listBytes, const std::string& privatePem);
-// The list with serial, issued and validUntil set on its <pdlist> element
+// The list with serial, issued, validUntil and auOptionsSha256 set on its <pdlist> element
 // (empty texts leave an attribute as it is).
 std::string WithListMetadata(const std::string& list, const std::string& serial, const std::string& issued,
-                             const std::string& validUntil);
+                             const std::string& validUntil, const std::string& auOptionsSha256 = "");
+// SHA-256 of bytes, lower-case hex.
+std::string Sha256Hex(const std::string& bytes);
 // A zip archive of named files (stored deflated, fixed times).
 void WriteZip(const std::string& path, const std::vector<std::pair<std::string, std::string>>& files);
 
