@@ -29,9 +29,11 @@ JobDownload::JobDownload(std::shared_ptr<StandinHost> host)
             if (a[i].byRef) a[i].value = Variant(std::move(text));
         };
         if (r.ok) {
+            // The outputs describe a failure; after a success the last one names
+            // where redirects led, when they did (empty otherwise).
             put(4, "");
             put(5, "");
-            put(6, "");
+            put(6, r.finalUrl);
         } else {
             put(4, std::to_string(r.httpStatus));
             put(5, r.reason);

@@ -9,6 +9,16 @@ std::string httpStatus(long status, const std::string& statusText) {
 std::string redirected(long status, const std::string& statusText, const std::string& location) {
     return httpStatus(status, statusText) + (location.empty() ? "" : ", redirected to " + location);
 }
+std::string tooManyRedirects(int most, const std::string& location) {
+    return "more than " + std::to_string(most) + " redirects, the last to " + location;
+}
+std::string redirectToHttp(const std::string& location) { return "redirect from https to http refused: " + location; }
+std::string untrustedCertificate(const std::string& host) {
+    return "the certificate of " + host + " does not chain to a trusted root";
+}
+std::string certificateForAnotherHost(const std::string& host) {
+    return "the certificate of " + host + " names another host";
+}
 std::string notHttp(const std::string& url) { return "not an http URL: " + url; }
 std::string hostNotFound(const std::string& host) { return "host not found: " + host; }
 std::string cannotConnect(const std::string& host, int port) {
