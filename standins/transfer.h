@@ -59,6 +59,7 @@ std::string cannotConnect(const std::string& host, int port);        // "cannot 
 std::string interrupted(uint64_t received);  // "transfer interrupted after N bytes"
 std::string stalled(unsigned seconds);       // "no data for N s"
 std::string notWritten(const std::string& destination);  // "cannot write x"
+std::string tooLarge(uint64_t most);                     // "more than N bytes: stopped"
 }  // namespace reason
 
 // Body bytes as they arrive; return false to abort the transfer.
@@ -96,9 +97,11 @@ public:
 
 // GET `url` into `destination` through `target`: the body goes to the
 // temporary file, which is committed only when the transfer succeeded and
-// thrown away otherwise. `progress`, when given, counts body bytes as they arrive.
+// thrown away otherwise. `progress`, when given, counts body bytes as they
+// arrive. `maxBytes` above 0: a body that passes it is stopped at once and
+// thrown away ("more than N bytes").
 TransferResult downloadToFile(Transport& transport, FileTarget& target, const std::string& url,
                               const std::string& destination, const std::atomic<bool>* cancel = nullptr,
-                              std::atomic<uint64_t>* progress = nullptr);
+                              std::atomic<uint64_t>* progress = nullptr, uint64_t maxBytes = 0);
 
 }  // namespace standins

@@ -87,8 +87,9 @@ Outcome fetchWithLibrary(const std::string& url, const std::string& destination)
     return o;
 }
 
-Outcome fetchWithJob(const std::string& url, const std::string& destination) {
+Outcome fetchWithJob(const std::string& url, const std::string& destination, int64_t maxBytes = 0) {
     Object job = automation().createObject("kDwnJob.JobDownload");
+    if (maxBytes > 0) job.put("MaxBytes", maxBytes);
     Variant u(url), reserved1(""), reserved2(""), dest(destination), status("?"), reason("?"), failedUrl("?");
     Outcome o;
     o.ok = job.call("JobDownload", ByRef{&u}, ByRef{&reserved1}, ByRef{&reserved2}, ByRef{&dest},
@@ -316,6 +317,18 @@ TEST_F(Downloads, HttpsIsTrustedThroughTheMachinesRootsOnly) {
             }
         }
     }
+}
+
+// The download object stops a body longer than it was told to expect.
+TEST_F(Downloads, TheDownloadObjectStopsABodyPastItsSize) {
+    const std::string dir = folder("limited");
+    Outcome over = fetchWithJob(site("/files/data.bin"), dir + "\\data.bin", 99999);
+    EXPECT_FALSE(over.ok);
+    EXPECT_EQ("more than 99999 bytes: stopped", over.reason);
+    EXPECT_EQ(std::vector<std::string>{}, files().listFiles(dir));
+    Outcome exact = fetchWithJob(site("/files/data.bin"), dir + "\\data.bin", 100000);
+    EXPECT_TRUE(exact.ok) << exact.reason;
+    EXPECT_EQ(dataBin(), files().readAll(dir + "\\data.bin"));
 }
 
 TEST_F(Downloads, AMappedHostIsReachedUnderItsOwnName) {
