@@ -555,15 +555,29 @@ Outputs run(const fs::path& root, const std::string& name) {
     // The sites: every folder of sites/, and the proxy.
     sites::Config config;
     for (const auto& e : fs::directory_iterator(work / "sites"))
-        if (e.is_directory()) config.sites.push_back({e.path().filename().string(), e.path(), 0});
+        if (e.is_directory()) config.sites.push_back({e.path().filename().string(), e.path(), 0, {}});
     std::sort(config.sites.begin(), config.sites.end(),
               [](const sites::SiteConfig& x, const sites::SiteConfig& y) { return x.name < y.name; });
     sites::ProxyConfig proxy;
     proxy.credentials = settings["proxy"]["credentials"];
     for (const auto& [host, site] : settings["proxyhosts"]) proxy.siteHosts[host] = site;
     config.proxy = proxy;
+    // [Tls] SITE=HOST,...: the site speaks HTTPS with a certificate for those
+    // names; the machine finds the authority's root as local-sites-ca.pem.
+    for (const auto& [site, hosts] : settings["tls"]) {
+        auto named = std::find_if(config.sites.begin(), config.sites.end(),
+                                  [&](const sites::SiteConfig& c) { return lower(c.name) == site; });
+        if (named == config.sites.end()) bad(layers.back() / "scenario.ini", "[Tls] names no site: " + site);
+        std::stringstream list(hosts);
+        for (std::string host; std::getline(list, host, ',');)
+            if (!host.empty()) named->tlsNames.push_back(host);
+        config.authority = work.parent_path() / "authority";
+    }
     sites::SitesServer server(config);
     server.start();
+    if (!config.authority.empty())
+        fs::copy_file(config.authority / "ca.pem", work / "machine" / "local-sites-ca.pem",
+                      fs::copy_options::overwrite_existing);
     std::map<std::string, int> ports;
     for (const auto& s : config.sites) ports[s.name] = server.port(s.name);
     ports["proxy"] = server.port("proxy");
