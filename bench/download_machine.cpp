@@ -31,7 +31,7 @@ DownloadMachine::DownloadMachine(bool downloadDay) {
     sites::Config config;
     for (const char* name : kSites) {
         fs::create_directories(root() / "sites" / name);
-        config.sites.push_back({name, root() / "sites" / name, 0});
+        config.sites.push_back({name, root() / "sites" / name, 0, {}});
     }
     config.proxy = sites::ProxyConfig{0, kProxyCredentials, {{"www.microsoft.com", "microsoft"},
                                                              {"download.windowsupdate.com", "microsoft"},

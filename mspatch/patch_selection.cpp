@@ -126,6 +126,8 @@ bool FncDeployPatch() {
             WriteW3CLog("ModXML", kProc, "INFO", path + " does not exists.");
             return false;
         }
+        // MSXML 3.0 loads asynchronously unless told otherwise: the lists are read at once.
+        doc.put("async", false);
         doc.call("Load", path);
         if (!ReadBlackLis()) {
             runState.ErrorTrail += " Invalid file Format BlackList or file not found";

@@ -61,6 +61,8 @@ std::string gatewayFlag(Object& doc, Object& element, const char* xpath, int ind
 // and what it holds; false when the document has no nodes.
 bool loadSchedule(Object& doc, const std::string& path, const std::string& proc) {
     WriteW3CLog("ModXML", proc, "INFO", readWholeFile(path));
+    // MSXML 3.0 loads asynchronously unless told otherwise: the nodes are read at once.
+    doc.put("async", false);
     doc.call("Load", path);
     return doc.obj("childNodes").get("length").toLong() >= 1;
 }

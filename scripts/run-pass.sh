@@ -62,7 +62,7 @@ quiet() {  # runs a step with its output in the build log; shows the log when it
 echo "== Installing and building (output in $buildlog)"
 quiet scripts/install-deps.sh
 quiet cmake --preset linux-release
-quiet cmake --build --preset linux-release -j 2 --target kpmdwld-sim kpm-sites kpmdwld-encdec kpmdwld-check
+quiet cmake --build --preset linux-release -j 2 --target kpmdwld-sim kpm-sites kpmdwld-encdec kpmdwld-check kpmdwld-catalog
 bin=build/linux-release
 
 machine=$out/machine sites=$out/sites
@@ -70,6 +70,9 @@ rm -rf "$machine" "$sites" "$out/posts" "$out/requests.log" "$out/story.txt" "$o
 cp -r "$machine_src" "$machine"
 cp -r "$sites_src" "$sites"
 find "$sites" -name .keep -delete
+# The product lists signed with the tool, and the keys the machine trusts
+# (kept in scratch/keys: the same keys sign every run).
+scripts/sign-lists.sh "$bin/kpmdwld-catalog" scratch/keys "$sites" "$machine"
 # Folders named X.zip become the archives the sites serve.
 scripts/zip-folders.sh "$sites"
 

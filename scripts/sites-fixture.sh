@@ -5,7 +5,8 @@
 # Starts and stops the loopback sites server (kpm-sites) for tests: a CTest
 # fixture's setup and cleanup, or a script's.
 #
-# start: every folder below SITEFOLDER is served as a site of that name;
+# start: every folder below SITEFOLDER is served as a site of that name
+#   (over HTTPS for those SITEFOLDER/tls.txt names, see below);
 #   SITEFOLDER/faults.txt, when there is one, is copied to DIR/faults.txt and
 #   given as the faults file (it is re-read while the server runs, so a test may
 #   change the copy). The server runs in the background; start returns once
@@ -73,6 +74,15 @@ start)
   done
   [ ${#args[@]} -gt 0 ] || { echo "sites-fixture: no site folders in $sitefolder" >&2; exit 1; }
   if [ -f "$sitefolder/faults.txt" ]; then cp "$sitefolder/faults.txt" "$dir/faults.txt"; else : >"$dir/faults.txt"; fi
+  # SITEFOLDER/tls.txt: "SITE=HOST[,HOST...]" lines; those sites speak HTTPS
+  # with certificates of the test authority in DIR/authority (its root: ca.pem).
+  if [ -f "$sitefolder/tls.txt" ]; then
+    while IFS= read -r line; do
+      case "$line" in ''|'#'*) continue ;; esac
+      args+=(--tls "$line")
+    done <"$sitefolder/tls.txt"
+    args+=(--authority "$dir/authority")
+  fi
   # Detached from the caller's output: ctest would otherwise wait for the
   # server to close the pipes it inherited.
   "$server" "${args[@]}" ${proxy[@]+"${proxy[@]}"} --faults "$dir/faults.txt" --log "$dir/requests.log" \

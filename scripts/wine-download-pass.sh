@@ -128,8 +128,15 @@ CATALOG
 cp "$work/update-catalog.xml" "$site/gateway/pm/wsusscn2.cab"
 cp "$kdowfile" "$site/updates/kScc/KDowFile.dll"
 demo_sites=$root/examples/demo-sites/dc/updates/wblist/pdlist.zip
-(cd "$demo_sites" && zip -q -X "$site/dc/updates/wblist/pdlist.zip" PDList.xml AUOptions.xml) ||
-  { echo "wine-download-pass: zip failed"; exit 1; }
+# The demo's list, published as a publisher does: a key of this run's own,
+# today's dates, signed and packed by kpmdwld-catalog; the computer trusts the key.
+catalog=$root/build/linux-debug/kpmdwld-catalog
+[ -x "$catalog" ] || { echo "wine-download-pass: no $catalog (build linux-debug first)"; exit 1; }
+"$catalog" keygen "$work/list-key.pem" "$work/list-key.pub" >/dev/null &&
+  "$catalog" publish --key "$work/list-key.pem" --serial 41 --issued "$(date +%Y-%m-%d)" \
+    --valid-until "$(date -d '+30 days' +%Y-%m-%d)" --auoptions "$demo_sites/AUOptions.xml" \
+    "$demo_sites/PDList.xml" "$site/dc/updates/wblist/pdlist.zip" >/dev/null ||
+  { echo "wine-download-pass: the product list could not be published"; exit 1; }
 printf '%s\n' '# The gateway has no black list.' 'gateway /wblist/PatchBlackList.txt 404' >"$site/faults.txt"
 "$root/scripts/sites-fixture.sh" start "$work/sites" "$site" "$sites" --proxy - \
   --proxy-host www.microsoft.com=microsoft --proxy-host download.windowsupdate.com=microsoft \
@@ -166,6 +173,7 @@ prog=$install/BaseComponents/PatchManagement
 prog_win="$install_win\\BaseComponents\\PatchManagement"
 mkdir -p "$prog"
 cp "$exe" "$prog/KPMDwld.exe"
+cp "$work/list-key.pub" "$prog/PDListKeys.pem"
 cp "$cipher" "$prog/KEncDec.dll"
 cp "$kgnmd5" "$prog/KGnMD5.dll"
 # The demo computer's web-post configuration, and its Microsoft schedule

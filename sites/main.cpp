@@ -8,6 +8,8 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <sstream>
+#include <vector>
 #include <string>
 #include <system_error>
 
@@ -19,6 +21,7 @@ const char* const kUsage =
     "usage: kpm-sites --site NAME=FOLDER [--site NAME=FOLDER ...] [--port NAME=PORT ...]\n"
     "                 [--proxy USER:PASS | --proxy -] [--proxy-host HOST=NAME ...]\n"
     "                 [--log FILE] [--faults FILE] [--posts FOLDER]\n"
+    "                 [--tls NAME=HOST[,HOST...] ...] [--authority FOLDER]\n"
     "                 --ports-file FILE\n"
     "\n"
     "Serves each FOLDER as site NAME on 127.0.0.1 (a free port unless --port NAME=PORT;\n"
@@ -34,6 +37,10 @@ const char* const kUsage =
     "               redirect URL (302 to URL)\n"
     "--posts FOLDER each posted body is also written there, numbered on after the posts\n"
     "               the folder already holds (a restart never writes over them)\n"
+    "--tls NAME=HOSTS  site NAME speaks HTTPS only, with a certificate for the HOSTS\n"
+    "               (comma-separated) issued by the test authority\n"
+    "--authority FOLDER  the test authority: FOLDER/ca.pem is the root a machine must\n"
+    "               trust; made there when missing (needed with --tls)\n"
     "\n"
     "A POST is answered with the file its path names, else with <kind>.txt of the\n"
     "site's folder, where <kind> is the body's root element (wppthmsbbllist.txt,\n"
@@ -58,6 +65,7 @@ int main(int argc, char** argv) {
     sites::Config config;
     std::map<std::string, int> ports;
     std::map<std::string, std::string> proxyHosts;  // --proxy-host
+    std::map<std::string, std::vector<std::string>> tlsNames;  // --tls
     std::filesystem::path portsFile;
 
     for (int i = 1; i < argc; ++i) {
@@ -71,7 +79,7 @@ int main(int argc, char** argv) {
         std::string name, rest;
         if (arg == "--site") {
             if (!splitPair(value, name, rest)) return usage("--site takes NAME=FOLDER, not " + value);
-            config.sites.push_back({name, rest, 0});
+            config.sites.push_back({name, rest, 0, {}});
         } else if (arg == "--port") {
             int port = 0;
             if (!splitPair(value, name, rest)) return usage("--port takes NAME=PORT, not " + value);
@@ -92,6 +100,13 @@ int main(int argc, char** argv) {
             config.faultsFile = value;
         } else if (arg == "--posts") {
             config.postsFolder = value;
+        } else if (arg == "--tls") {
+            if (!splitPair(value, name, rest)) return usage("--tls takes NAME=HOST[,HOST...], not " + value);
+            std::stringstream hosts(rest);
+            for (std::string host; std::getline(hosts, host, ',');)
+                if (!host.empty()) tlsNames[name].push_back(host);
+        } else if (arg == "--authority") {
+            config.authority = value;
         } else if (arg == "--ports-file") {
             portsFile = value;
         } else {
@@ -111,6 +126,14 @@ int main(int argc, char** argv) {
         if (name == "proxy" && config.proxy) config.proxy->port = port, found = true;
         if (!found) return usage("--port names no site: " + name);
     }
+
+    for (const auto& [name, hosts] : tlsNames) {
+        bool found = false;
+        for (auto& s : config.sites)
+            if (s.name == name) s.tlsNames = hosts, found = true;
+        if (!found) return usage("--tls names no site: " + name);
+    }
+    if (!tlsNames.empty() && config.authority.empty()) return usage("--tls needs --authority");
 
     // A ports file left by an earlier run must not be taken for this one's.
     std::error_code ec;

@@ -1,6 +1,7 @@
 // The sites a pass talks to, played on loopback for tests and demos.
 //
-// Each site serves one folder over HTTP on its own port of 127.0.0.1, keeps
+// Each site serves one folder over HTTP (or HTTPS, with a certificate from
+// the project's test authority) on its own port of 127.0.0.1, keeps
 // what is posted to it, and can be told to misbehave: answer an error status,
 // refuse connections, cut a body short, stall or trickle it. An optional proxy
 // forwards absolute-form requests, to loopback targets only. Every request is
@@ -31,6 +32,9 @@ struct SiteConfig {
     std::string name;
     std::filesystem::path folder;  // must exist; nothing outside it is ever served
     int port = 0;                  // 0: a free port chosen by the system
+    // Not empty: the site speaks HTTPS only, with a certificate for these host
+    // names issued by the test authority (Config::authority).
+    std::vector<std::string> tlsNames;
 };
 
 struct ProxyConfig {
@@ -47,6 +51,9 @@ struct Config {
     std::filesystem::path logFile;      // request log, appended; empty: kept in memory only
     std::filesystem::path faultsFile;   // re-read on every request; empty: faults set through the API only
     std::filesystem::path postsFolder;  // each posted body is also written there; empty: not
+    // The test authority's folder (sites/test_authority.h), made when missing;
+    // needed when a site speaks HTTPS.
+    std::filesystem::path authority;
 };
 
 // How a site misbehaves for a path.

@@ -6,6 +6,9 @@ namespace standins {
 
 JobDownload::JobDownload(std::shared_ptr<StandinHost> host)
     : DispatchBase(kJobDownloadProgId), host_(std::move(host)) {
+    // Above 0, a body longer than this is stopped at once and nothing is kept.
+    property("MaxBytes", [this] { return Variant(static_cast<int64_t>(maxBytes_)); },
+             [this](const Variant& v) { maxBytes_ = v.toLong() > 0 ? static_cast<uint64_t>(v.toLong()) : 0; });
     method("JobDownload", 7, [this](Args a) {
         const std::string url = a[0].value.toString();
         const std::string destination = a[3].value.toString();
@@ -23,15 +26,17 @@ JobDownload::JobDownload(std::shared_ptr<StandinHost> host)
                                     colon == std::string::npos ? "" : credentials.substr(colon + 1));
             }
             auto target = host_->newFileTarget();
-            r = downloadToFile(*transport, *target, url, destination);
+            r = downloadToFile(*transport, *target, url, destination, nullptr, nullptr, maxBytes_);
         }
         auto put = [&](size_t i, std::string text) {
             if (a[i].byRef) a[i].value = Variant(std::move(text));
         };
         if (r.ok) {
+            // The outputs describe a failure; after a success the last one names
+            // where redirects led, when they did (empty otherwise).
             put(4, "");
             put(5, "");
-            put(6, "");
+            put(6, r.finalUrl);
         } else {
             put(4, std::to_string(r.httpStatus));
             put(5, r.reason);

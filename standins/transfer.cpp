@@ -9,6 +9,16 @@ std::string httpStatus(long status, const std::string& statusText) {
 std::string redirected(long status, const std::string& statusText, const std::string& location) {
     return httpStatus(status, statusText) + (location.empty() ? "" : ", redirected to " + location);
 }
+std::string tooManyRedirects(int most, const std::string& location) {
+    return "more than " + std::to_string(most) + " redirects, the last to " + location;
+}
+std::string redirectToHttp(const std::string& location) { return "redirect from https to http refused: " + location; }
+std::string untrustedCertificate(const std::string& host) {
+    return "the certificate of " + host + " does not chain to a trusted root";
+}
+std::string certificateForAnotherHost(const std::string& host) {
+    return "the certificate of " + host + " names another host";
+}
 std::string notHttp(const std::string& url) { return "not an http URL: " + url; }
 std::string hostNotFound(const std::string& host) { return "host not found: " + host; }
 std::string cannotConnect(const std::string& host, int port) {
@@ -19,11 +29,12 @@ std::string interrupted(uint64_t received) {
 }
 std::string stalled(unsigned seconds) { return "no data for " + std::to_string(seconds) + " s"; }
 std::string notWritten(const std::string& destination) { return "cannot write " + destination; }
+std::string tooLarge(uint64_t most) { return "more than " + std::to_string(most) + " bytes: stopped"; }
 }  // namespace reason
 
 TransferResult downloadToFile(Transport& transport, FileTarget& target, const std::string& url,
                               const std::string& destination, const std::atomic<bool>* cancel,
-                              std::atomic<uint64_t>* progress) {
+                              std::atomic<uint64_t>* progress, uint64_t maxBytes) {
     TransferResult result;
     std::string error;
     if (!target.begin(destination, error)) {
@@ -33,7 +44,12 @@ TransferResult downloadToFile(Transport& transport, FileTarget& target, const st
     std::string writeError;
     result = transport.get(
         url,
-        [&](const char* data, size_t size) {
+        [&, received = uint64_t{0}](const char* data, size_t size) mutable {
+            received += size;
+            if (maxBytes > 0 && received > maxBytes) {
+                writeError = reason::tooLarge(maxBytes);
+                return false;
+            }
             if (!target.write(data, size, writeError)) return false;
             if (progress) progress->fetch_add(size);
             return true;

@@ -34,20 +34,32 @@ struct TransferResult {
     std::string reason;    // why it failed, in words ("HTTP 404 Not Found", "connection refused")
     uint64_t bytes = 0;    // body bytes received
     bool unresolved = false;  // the host name could not be resolved
+    // The address the body came from, when redirects led away from the one asked for.
+    std::string finalUrl;
 };
 
 // The words a failed transfer is reported in, the same on every transport,
 // so that a pass logs the same text on Windows and on the simulated machine.
 namespace reason {
 std::string httpStatus(long status, const std::string& statusText);  // "HTTP 404 Not Found"
-// "HTTP 302 Found, redirected to X": a redirect is an answer of its own, never followed.
+// "HTTP 302 Found, redirected to X": a redirect that was not followed (a POST's, or a status
+// that is no redirect), or an error answer.
 std::string redirected(long status, const std::string& statusText, const std::string& location);
+// "more than 5 redirects, the last to X"
+std::string tooManyRedirects(int most, const std::string& location);
+// "redirect from https to http refused: X"
+std::string redirectToHttp(const std::string& location);
+// "the certificate of x does not chain to a trusted root"
+std::string untrustedCertificate(const std::string& host);
+// "the certificate of x names another host"
+std::string certificateForAnotherHost(const std::string& host);
 std::string notHttp(const std::string& url);                         // "not an http URL: x"
 std::string hostNotFound(const std::string& host);                   // "host not found: x"
 std::string cannotConnect(const std::string& host, int port);        // "cannot connect to x:80"
 std::string interrupted(uint64_t received);  // "transfer interrupted after N bytes"
 std::string stalled(unsigned seconds);       // "no data for N s"
 std::string notWritten(const std::string& destination);  // "cannot write x"
+std::string tooLarge(uint64_t most);                     // "more than N bytes: stopped"
 }  // namespace reason
 
 // Body bytes as they arrive; return false to abort the transfer.
@@ -85,9 +97,11 @@ public:
 
 // GET `url` into `destination` through `target`: the body goes to the
 // temporary file, which is committed only when the transfer succeeded and
-// thrown away otherwise. `progress`, when given, counts body bytes as they arrive.
+// thrown away otherwise. `progress`, when given, counts body bytes as they
+// arrive. `maxBytes` above 0: a body that passes it is stopped at once and
+// thrown away ("more than N bytes").
 TransferResult downloadToFile(Transport& transport, FileTarget& target, const std::string& url,
                               const std::string& destination, const std::atomic<bool>* cancel = nullptr,
-                              std::atomic<uint64_t>* progress = nullptr);
+                              std::atomic<uint64_t>* progress = nullptr, uint64_t maxBytes = 0);
 
 }  // namespace standins

@@ -12,6 +12,7 @@
 #include "mspatch/download_channels.h"
 #include "platform/host.h"
 #include "support/support_files.h"
+#include "tppatch/list_signature.h"
 
 namespace kpm {
 
@@ -60,18 +61,57 @@ std::string gatewayUrl(const std::string& fileName) {
     return gateway + urlEncoded(fileName);
 }
 
+// One copy of the product list, as it arrived from `source`: unpacked when it
+// is an archive, and then taken only when its signature and freshness hold.
+TPDownloadResult takeListCopy(const std::string& url, const std::string& destination, const std::string& folder,
+                              const std::string& source) {
+    log("INFO", "Download Complete..File copied", destination);
+    subWriteDownloadURL(url);
+    TPDownloadResult r;
+    r.FilePath = destination;
+    if (const std::string name = LCase(destination); name.size() > 4 && name.ends_with(".zip")) {
+        const std::string into = folder + "\\ZipComp";
+        // Nothing of a copy refused before may mix with this one.
+        resumeNext([&] { platform::files().deleteFile(into + "\\*.*"); });
+        platform::files().makeSureDirectoryPathExists(into + "\\");
+        std::string why;
+        if (!fncUnzipArchive(destination, into, why)) {
+            log("ERROR", "Archive could not be unpacked", destination, why);
+            return failed("Archive could not be unpacked", why);
+        }
+        r.Extracted = true;
+        std::string accepted;
+        why = CheckProductList(into, accepted);
+        if (!why.empty()) {
+            log("ERROR", "Product list refused: nothing of it is used", source, why);
+            resumeNext([&] { platform::files().deleteFile(into + "\\*.*"); });
+            return failed("Product list refused", why);
+        }
+        log("INFO", "Product list signature verified", source, accepted);
+    }
+    r.Success = true;
+    return r;
+}
+
 // The product list: through the gateway's download library first, then the
-// URL itself with the download object.
-bool fetch(const std::string& url, const std::string& fileName, const std::string& destination) {
+// URL itself with the download object. A LAN host can delay the list, never
+// replace it: a gateway copy that is refused sends the pass to the URL.
+TPDownloadResult fetchList(const std::string& url, const std::string& fileName, const std::string& folder) {
+    const std::string destination = folder + "\\" + fileName;
     const std::string gateway = gatewayUrl(fileName);
     if (!gateway.empty()) {
         log("INFO", "Downloading file through GateWay", gateway);
         const std::string status = DownloadURL_File(gateway, destination);
-        if (UCase(Trim(status)) == "SUCCESS") return true;
-        log("ERROR", "Download Failed through GateWay", gateway, status);
+        if (UCase(Trim(status)) == "SUCCESS") {
+            TPDownloadResult r = takeListCopy(url, destination, folder, gateway);
+            if (r.Success) return r;
+        } else {
+            log("ERROR", "Download Failed through GateWay", gateway, status);
+        }
     }
     log("INFO", "Downloading file from URL", url);
-    return fncDownloadFile(url, destination);
+    if (!fncDownloadFile(url, destination)) return failed("Unable to download " + fileName, url);
+    return takeListCopy(url, destination, folder, url);
 }
 
 // A vendor's error or login page answered with 200: what a few hundred bytes
@@ -169,25 +209,7 @@ TPDownloadResult fncDownloadTPMFile(const std::string& url, const std::string& f
         platform::files().makeSureDirectoryPathExists(folder + "\\");
         if (expected) return fetchVerified(url, folder, *expected);
 
-        const std::string destination = folder + "\\" + fileName;
-        if (!fetch(url, fileName, destination)) return failed("Unable to download " + fileName, url);
-        log("INFO", "Download Complete..File copied", destination);
-        subWriteDownloadURL(url);
-
-        TPDownloadResult r;
-        r.FilePath = destination;
-        if (const std::string name = LCase(fileName); name.size() > 4 && name.ends_with(".zip")) {
-            const std::string into = folder + "\\ZipComp";
-            platform::files().makeSureDirectoryPathExists(into + "\\");
-            std::string why;
-            if (!fncUnzipArchive(destination, into, why)) {
-                log("ERROR", "Archive could not be unpacked", destination, why);
-                return failed("Archive could not be unpacked", why);
-            }
-            r.Extracted = true;
-        }
-        r.Success = true;
-        return r;
+        return fetchList(url, fileName, folder);
     } catch (const std::exception& e) {
         ErrInfo err = errFrom(e);
         logTrap(kModule, kProc, "In fncDownloadTPMFile.", err);

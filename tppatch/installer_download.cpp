@@ -123,13 +123,4 @@ std::vector<InstallerOutcome> DownloadInstallers(const Catalogue& catalogue, con
     return outcomes;
 }
 
-void KeepInstallersAlreadyThere() {
-    resumeNext([] {
-        const std::string folder = InstallerFolder();
-        if (!platform::files().folderExists(folder)) return;
-        for (const auto& name : platform::files().listFiles(folder))
-            if (!LCase(name).ends_with(".partial")) subWriteDownloadURL(folder + "\\" + name);  // not a half download
-    });
-}
-
 }  // namespace kpm

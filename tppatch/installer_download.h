@@ -26,9 +26,11 @@ std::string InstallerFolder();
 // Downloads the installers of the findings that need their update, in order.
 std::vector<InstallerOutcome> DownloadInstallers(const Catalogue& catalogue, const std::vector<ProductFinding>& findings);
 
-// Lists every file of the installer folder in "DwldURL.txt", so that the
-// clean-up at the end of the pass keeps them (used when the product list
-// cannot be read: what was verified before is not thrown away).
+// Lists in "DwldURL.txt", so that the clean-up at the end of the pass keeps
+// them, the installers that "TPUpdates.xml" records as verified (downloaded
+// or present) and that still match their record, and the record itself (used
+// when no product list is accepted or read: what an earlier accepted list
+// verified is not thrown away, and nothing else is kept).
 void KeepInstallersAlreadyThere();
 
 }  // namespace kpm

@@ -37,6 +37,7 @@ void subXMLDownload() {
             if (!PdListDownloadResult.Success) {
                 WriteW3CLog("ModTPM", "subXMLDownload", "ERROR", "PDList.zip Download Failed.",
                             PdListDownloadResult.ErrorText1, PdListDownloadResult.ErrorText2);
+                KeepInstallersAlreadyThere();  // no list arrived: what one verified before stays
                 CloseAll();
             }
         }

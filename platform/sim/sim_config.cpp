@@ -208,6 +208,12 @@ MachineConfig loadMachineConfig(const std::filesystem::path& iniFile, const std:
         }
         if (!c.network.add(e->key, to, error)) Reader::fail(e->line, "[Network] " + error);
     }
+    if (const auto* roots = r.find("Certificates", "Roots"); roots && !roots->value.empty()) {
+        c.trustedRoots = iniFile.parent_path() / roots->value;
+        std::error_code ec;
+        if (!std::filesystem::is_regular_file(c.trustedRoots, ec))
+            Reader::fail(roots->line, "[Certificates] Roots: no file " + c.trustedRoots.string());
+    }
     r.number("Downloads", "PollWaitMs", c.pollWaitMs);
     r.number("Downloads", "StallSeconds", c.stallSeconds);
     if (c.stallSeconds == 0) Reader::fail(r.find("Downloads", "StallSeconds")->line,

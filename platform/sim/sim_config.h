@@ -54,6 +54,9 @@ struct MachineConfig {
     standins::NetworkMap network;  // [Network]: where URL hosts go
     unsigned pollWaitMs = 1000;    // [Downloads] PollWaitMs
     unsigned stallSeconds = 30;    // [Downloads] StallSeconds
+    // [Certificates] Roots: the PEM file of the roots HTTPS servers must chain
+    // to (host path); empty: no server is trusted.
+    std::filesystem::path trustedRoots;
 
     ClassState classState(const std::string& progId) const;
 };

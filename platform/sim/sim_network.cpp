@@ -12,6 +12,8 @@
 #include "platform/errors.h"
 #include "platform/sim/sim_config.h"
 #include "platform/sim/sim_files.h"
+#include "platform/sim/sim_tls.h"
+#include "standins/redirects.h"
 #include "standins/network_map.h"
 
 namespace platform::sim {
@@ -27,18 +29,21 @@ namespace {
 
 class CurlTransport final : public standins::Transport {
 public:
-    CurlTransport(const standins::NetworkMap& map, unsigned stallSeconds)
-        : map_(map), stallSeconds_(stallSeconds) {}
+    CurlTransport(const standins::NetworkMap& map, unsigned stallSeconds, std::filesystem::path roots)
+        : map_(map), stallSeconds_(stallSeconds), roots_(std::move(roots)) {}
 
     standins::TransferResult get(const std::string& url, const standins::DataSink& onData,
                                  const std::atomic<bool>* cancel) override {
-        return transfer(url, nullptr, onData, cancel);
+        return standins::followRedirects(url, [&](const std::string& hop, std::string& location) {
+            return transfer(hop, nullptr, onData, cancel, &location);
+        });
     }
 
+    // A post's redirect is an answer of its own.
     standins::TransferResult post(const std::string& url, const std::string& contentType, const std::string& body,
                                   const standins::DataSink& onData) override {
         const PostBody p{contentType, body};
-        return transfer(url, &p, onData, nullptr);
+        return transfer(url, &p, onData, nullptr, nullptr);
     }
 
     void useProxy(const std::string& server, const std::string& user, const std::string& password) override {
@@ -53,8 +58,9 @@ private:
         const std::string& data;
     };
 
+    // One request; `location` gets a redirect's target.
     standins::TransferResult transfer(const std::string& url, const PostBody* post, const standins::DataSink& onData,
-                                      const std::atomic<bool>* cancel) {
+                                      const std::atomic<bool>* cancel, std::string* location) {
         standins::TransferResult r;
         auto parsed = standins::parseHttpUrl(url);
         if (!parsed) {
@@ -117,9 +123,10 @@ private:
                 curl_easy_setopt(curl, CURLOPT_PROXYPASSWORD, proxyPassword_.c_str());
             }
         }
-        // A redirect could name a host the map does not cover: not followed.
+        // Redirects are followed hop by hop (get), each hop's host through the map.
         curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
         curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
+        trustOnly(curl, roots_);
         curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, 10L);
         curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
         curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(stallSeconds_));
@@ -138,9 +145,11 @@ private:
         curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
         curl_off_t bytes = 0;
         curl_easy_getinfo(curl, CURLINFO_SIZE_DOWNLOAD_T, &bytes);
-        char* location = nullptr;
-        curl_easy_getinfo(curl, CURLINFO_REDIRECT_URL, &location);
-        const std::string redirect = location ? location : "";
+        char* redirectUrl = nullptr;
+        curl_easy_getinfo(curl, CURLINFO_REDIRECT_URL, &redirectUrl);
+        const std::string redirect = redirectUrl ? redirectUrl : "";
+        if (location) *location = redirect;
+        const std::string certificate = certificateProblem(code, errbuf, parsed->host);
         curl_easy_cleanup(curl);
         curl_slist_free_all(connect);
         curl_slist_free_all(headers);
@@ -149,6 +158,8 @@ private:
         r.bytes = static_cast<uint64_t>(bytes);
         if (ctx.sinkRefused) {
             r.reason = standins::reason::notWritten("the file");  // the target says which
+        } else if (!certificate.empty()) {
+            r.reason = certificate;
         } else if (ctx.stalled) {
             r.reason = standins::reason::stalled(stallSeconds_);
         } else if (code == CURLE_COULDNT_CONNECT || (code != CURLE_OK && status == 0 && code != CURLE_OPERATION_TIMEDOUT)) {
@@ -221,6 +232,7 @@ private:
     const standins::NetworkMap& map_;
     std::string proxyServer_, proxyUser_, proxyPassword_;
     unsigned stallSeconds_;
+    std::filesystem::path roots_;
 };
 
 // Staged in a host folder of the machine, moved onto the drive when done.
@@ -319,7 +331,7 @@ private:
 }  // namespace
 
 std::unique_ptr<standins::Transport> newCurlTransport(const MachineConfig& config) {
-    return std::make_unique<CurlTransport>(config.network, config.stallSeconds);
+    return std::make_unique<CurlTransport>(config.network, config.stallSeconds, config.trustedRoots);
 }
 
 std::shared_ptr<standins::StandinHost> newSimStandinHost(const MachineConfig& config, SimFiles& files,

@@ -14,6 +14,7 @@
 #include "platform/errors.h"
 #include "platform/sim/sim_config.h"
 #include "platform/sim/sim_network.h"
+#include "platform/sim/sim_tls.h"
 #include "standins/dispatch_base.h"
 #include "standins/network_map.h"
 
@@ -52,8 +53,8 @@ struct CurlDeleter {
 
 class ServerXmlHttp final : public standins::DispatchBase {
 public:
-    ServerXmlHttp(standins::NetworkMap map, unsigned stallSeconds)
-        : DispatchBase("msxml3.dll"), map_(std::move(map)), stallSeconds_(stallSeconds) {
+    ServerXmlHttp(standins::NetworkMap map, unsigned stallSeconds, std::filesystem::path roots)
+        : DispatchBase("msxml3.dll"), map_(std::move(map)), stallSeconds_(stallSeconds), roots_(std::move(roots)) {
         // The request always completes inside send: an asynchronous open is
         // served synchronously, which a caller polling readyState cannot tell apart.
         method("open", 2, 5, [this](Args a) {
@@ -251,6 +252,7 @@ private:
         // A redirect could name a host the map does not cover: not followed.
         curl_easy_setopt(c, CURLOPT_FOLLOWLOCATION, 0L);
         curl_easy_setopt(c, CURLOPT_PROTOCOLS_STR, "http,https");
+        trustOnly(c, roots_);
         curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connectMs_ > 0 ? connectMs_ : 10000));
         const long stall = receiveMs_ > 0 ? static_cast<long>((receiveMs_ + 999) / 1000)
                                           : static_cast<long>(stallSeconds_);
@@ -273,6 +275,7 @@ private:
 
     standins::NetworkMap map_;
     unsigned stallSeconds_;
+    std::filesystem::path roots_;
     int64_t connectMs_ = 0, receiveMs_ = 0;
     long readyState_ = 0;
     std::string method_, url_, user_, password_;
@@ -285,7 +288,7 @@ private:
 }  // namespace
 
 Object makeServerXmlHttp(const MachineConfig& config) {
-    return Object(std::make_shared<ServerXmlHttp>(config.network, config.stallSeconds));
+    return Object(std::make_shared<ServerXmlHttp>(config.network, config.stallSeconds, config.trustedRoots));
 }
 
 }  // namespace platform::sim

@@ -428,6 +428,16 @@ public:
         }
         if (m == "load") {
             needArgs(args, 1);
+            if (async_) {
+                // MSXML's default: Load only starts the load. A program with no
+                // message loop that reads at once finds the document still
+                // loading: modelled as a load that never ends here, so a
+                // reader that forgot async=false shows on every pass.
+                clear(0, "", 0);
+                readyState_ = 1;
+                return true;
+            }
+            readyState_ = 4;
             std::string text;
             try {
                 text = files_.readAll(args[0].value.toString());
@@ -439,6 +449,7 @@ public:
         }
         if (m == "loadxml") {
             needArgs(args, 1);
+            readyState_ = 4;  // loadXML is synchronous whatever async says
             return parse(args[0].value.toString());
         }
         if (m == "documentelement") return wrapNode(doc_, doc_->doc.document_element());
@@ -447,7 +458,7 @@ public:
         if (m == "preservewhitespace") return preserveWhiteSpace_;
         if (m == "validateonparse") return validateOnParse_;
         if (m == "resolveexternals") return resolveExternals_;
-        if (m == "readystate") return 4;  // loading is always complete
+        if (m == "readystate") return readyState_;
         if (m == "setproperty") {
             needArgs(args, 2);
             return {};
@@ -553,6 +564,7 @@ private:
     FileSystem& files_;
     bool async_ = true, preserveWhiteSpace_ = false, validateOnParse_ = true,
          resolveExternals_ = true;
+    long readyState_ = 4;
     int32_t errorCode_ = 0;
     std::string reason_;
     long filepos_ = 0;

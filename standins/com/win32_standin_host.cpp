@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/win32/handles.h"
+#include "standins/redirects.h"
 
 namespace standins::win32 {
 
@@ -64,6 +65,12 @@ std::string internetError(DWORD code, const HttpUrl& url, const std::string& end
         return received == 0 && code == ERROR_INTERNET_CONNECTION_RESET ? reason::cannotConnect(url.host, url.port)
                                                                         : reason::interrupted(received);
     case ERROR_INTERNET_OPERATION_CANCELLED: return "cancelled";
+    case ERROR_INTERNET_SEC_CERT_CN_INVALID: return reason::certificateForAnotherHost(url.host);
+    case ERROR_INTERNET_INVALID_CA:
+    case ERROR_INTERNET_SEC_CERT_DATE_INVALID:
+    case ERROR_INTERNET_SEC_INVALID_CERT:
+    case ERROR_INTERNET_SEC_CERT_REVOKED:
+        return reason::untrustedCertificate(url.host);
     default: break;
     }
     std::string words = systemMessage(code, GetModuleHandleA("wininet.dll"));
@@ -94,13 +101,16 @@ public:
     explicit WinInetTransport(NetworkSettings settings) : settings_(std::move(settings)) {}
 
     TransferResult get(const std::string& url, const DataSink& onData, const std::atomic<bool>* cancel) override {
-        return transfer(url, nullptr, onData, cancel);
+        return followRedirects(url, [&](const std::string& hop, std::string& location) {
+            return transfer(hop, nullptr, onData, cancel, &location);
+        });
     }
 
+    // A post's redirect is an answer of its own.
     TransferResult post(const std::string& url, const std::string& contentType, const std::string& body,
                         const DataSink& onData) override {
         const PostBody p{contentType, body};
-        return transfer(url, &p, onData, nullptr);
+        return transfer(url, &p, onData, nullptr, nullptr);
     }
 
     void useProxy(const std::string& server, const std::string& user, const std::string& password) override {
@@ -115,8 +125,9 @@ private:
         const std::string& data;
     };
 
+    // One request; `location` gets a redirect's target.
     TransferResult transfer(const std::string& url, const PostBody* post, const DataSink& onData,
-                            const std::atomic<bool>* cancel) {
+                            const std::atomic<bool>* cancel, std::string* location) {
         TransferResult r;
         if (!settings_.error.empty()) {
             r.reason = settings_.error;
@@ -179,8 +190,8 @@ private:
                                                    INTERNET_SERVICE_HTTP, 0, 0));
         if (!connection) return failed(r, GetLastError(), endpoint);
 
-        // Always from the server, never into the cache, and a redirect is an
-        // answer of its own (it could name a host the map does not cover).
+        // Always from the server, never into the cache; redirects are followed
+        // hop by hop (get), each hop's host through the map.
         DWORD flags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_AUTO_REDIRECT |
                       INTERNET_FLAG_NO_COOKIES | INTERNET_FLAG_NO_UI | INTERNET_FLAG_PRAGMA_NOCACHE;
         if (parsed->scheme == "https") flags |= INTERNET_FLAG_SECURE;
@@ -219,8 +230,10 @@ private:
         if (status < 200 || status > 299) {
             // An error page is no file: its body is not read.
             const std::string text = queryText(request.get(), HTTP_QUERY_STATUS_TEXT);
-            r.reason = reason::redirected(static_cast<long>(status), text,
-                                          status >= 300 && status <= 399 ? queryText(request.get(), HTTP_QUERY_LOCATION) : "");
+            const std::string redirect =
+                status >= 300 && status <= 399 ? queryText(request.get(), HTTP_QUERY_LOCATION) : "";
+            if (location) *location = redirect;
+            r.reason = reason::redirected(static_cast<long>(status), text, redirect);
             return r;
         }
 

@@ -56,6 +56,12 @@ public:
     // machine, the stand-ins' network.ini on Windows). Replaces the host.
     virtual void setNetwork(const std::string& iniSections) = 0;
 
+    // Adds the certificate of a PEM file (a tester's path) to the machine's
+    // trusted roots: machine.ini [Certificates] Roots on the simulated
+    // machine, the local machine's Root store on Windows (under Wine the
+    // prefix's own, never the host's).
+    virtual void trustRoot(const std::string& pemFile) = 0;
+
     // The text of a stand-in's record file ("update-downloads.log"): in the
     // machine folder on the simulated machine, beside the stand-ins'
     // network.ini on Windows (after setNetwork). Empty when there is none.

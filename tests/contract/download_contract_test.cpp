@@ -87,8 +87,9 @@ Outcome fetchWithLibrary(const std::string& url, const std::string& destination)
     return o;
 }
 
-Outcome fetchWithJob(const std::string& url, const std::string& destination) {
+Outcome fetchWithJob(const std::string& url, const std::string& destination, int64_t maxBytes = 0) {
     Object job = automation().createObject("kDwnJob.JobDownload");
+    if (maxBytes > 0) job.put("MaxBytes", maxBytes);
     Variant u(url), reserved1(""), reserved2(""), dest(destination), status("?"), reason("?"), failedUrl("?");
     Outcome o;
     o.ok = job.call("JobDownload", ByRef{&u}, ByRef{&reserved1}, ByRef{&reserved2}, ByRef{&dest},
@@ -225,6 +226,109 @@ TEST_F(Downloads, AFileArrivesWholeOrNothingIsLeft) {
             }
         }
     }
+}
+
+// One rule for redirects on every channel: at most five are followed; the
+// download object names where they led.
+TEST_F(Downloads, RedirectsAreFollowedFiveDeep) {
+    struct Case {
+        const char* name;
+        std::string path;
+        bool ok;
+        std::string finalUrl;  // the download object's last output after a success
+        const char* reason;    // its reason after a failure
+    };
+    const Case cases[] = {
+        {"one", "/r/one", true, site("/files/hello.txt"), ""},
+        {"five", "/r/five", true, site("/files/hello.txt"), ""},
+        {"none", "/files/hello.txt", true, "", ""},
+        // The system's URL download has a limit of its own: Wine's follows a
+        // sixth redirect and never ends a loop.
+        {"six", "/r/six", false, "", "more than 5 redirects, the last to "},
+        {"loop", "/r/loop", false, "", "more than 5 redirects, the last to "},
+    };
+    for (Channel channel : {Channel::DownloadLibrary, Channel::UrlDownload, Channel::JobObject}) {
+        for (const Case& c : cases) {
+            if (channel == Channel::UrlDownload && !c.ok) continue;
+            const std::string what = std::string(nameOf(channel)) + " " + c.name;
+            const std::string dir = folder(std::string(nameOf(channel)) + "-redirect-" + c.name);
+            Outcome o = fetch(channel, site(c.path), dir + "\\hello.txt");
+            EXPECT_EQ(c.ok, o.ok) << what;
+            EXPECT_EQ(c.ok ? std::vector<std::string>{"hello.txt"} : std::vector<std::string>{}, files().listFiles(dir))
+                << what;
+            if (channel != Channel::JobObject) continue;
+            if (c.ok) {
+                EXPECT_EQ(c.finalUrl, o.failedUrl) << what;
+            } else {
+                EXPECT_EQ(0u, o.reason.rfind(c.reason, 0)) << what << ": " << o.reason;
+                EXPECT_EQ("302", o.status) << what;
+            }
+        }
+    }
+}
+
+// HTTPS from the sites, trusted through the test authority's root; a
+// certificate for another name, and a redirect from https to http, refused.
+TEST_F(Downloads, HttpsIsTrustedThroughTheMachinesRootsOnly) {
+    const contract::SitesServer sites = contract::findSitesServer(env());
+    const int secure = sites.ports.count("secure") ? sites.ports.at("secure") : 0;
+    const int misnamed = sites.ports.count("misnamed") ? sites.ports.at("misnamed") : 0;
+    ASSERT_GT(secure, 0) << "no https site in the ports file";
+    ASSERT_GT(misnamed, 0);
+    const std::string https = "https://127.0.0.1:" + std::to_string(secure);
+    {
+        // Absolute Locations need the ports of this run: the server reads its faults file again.
+        std::ofstream faults(env().testerPath(sitesDir_ + "/faults.txt"), std::ios::app);
+        faults << "secure /r/downgrade redirect " << site("/files/hello.txt") << "\n"
+               << "contract /r/upgrade redirect " << https << "/files/hello.txt\n";
+    }
+    const std::string contract = "127.0.0.1:" + std::to_string(contractPort_);
+    std::string network = "[Network]\r\n" + contract + "=" + contract + "\r\n";
+    for (int port : {secure, misnamed})
+        network += "127.0.0.1:" + std::to_string(port) + "=127.0.0.1:" + std::to_string(port) + "\r\n";
+    env().setNetwork(network + "[Downloads]\r\nStallSeconds=2\r\n");
+    env().trustRoot(env().testerPath(sitesDir_ + "/authority/ca.pem"));
+    reinstallHost();
+    struct Case {
+        const char* name;
+        std::string url;
+        bool ok;
+        std::string reason;  // the download object's, after a failure
+    };
+    const Case cases[] = {
+        {"secure", https + "/files/hello.txt", true, ""},
+        {"upgrade", site("/r/upgrade"), true, ""},
+        {"misnamed", "https://127.0.0.1:" + std::to_string(misnamed) + "/files/hello.txt", false,
+         "the certificate of 127.0.0.1 names another host"},
+        // The system's URL download has its own rule: Wine's follows this one.
+        {"downgrade", https + "/r/downgrade", false, "redirect from https to http refused: " + site("/files/hello.txt")},
+    };
+    for (Channel channel : {Channel::DownloadLibrary, Channel::UrlDownload, Channel::JobObject}) {
+        for (const Case& c : cases) {
+            if (channel == Channel::UrlDownload && std::string(c.name) == "downgrade") continue;
+            const std::string what = std::string(nameOf(channel)) + " " + c.name;
+            const std::string dir = folder(std::string(nameOf(channel)) + "-tls-" + c.name);
+            Outcome o = fetch(channel, c.url, dir + "\\hello.txt");
+            EXPECT_EQ(c.ok, o.ok) << what << ": " << o.reason;
+            if (c.ok && o.ok) {
+                EXPECT_EQ(kHello, files().readAll(dir + "\\hello.txt")) << what;
+            } else if (channel == Channel::JobObject) {
+                EXPECT_EQ(c.reason, o.reason) << what;
+            }
+        }
+    }
+}
+
+// The download object stops a body longer than it was told to expect.
+TEST_F(Downloads, TheDownloadObjectStopsABodyPastItsSize) {
+    const std::string dir = folder("limited");
+    Outcome over = fetchWithJob(site("/files/data.bin"), dir + "\\data.bin", 99999);
+    EXPECT_FALSE(over.ok);
+    EXPECT_EQ("more than 99999 bytes: stopped", over.reason);
+    EXPECT_EQ(std::vector<std::string>{}, files().listFiles(dir));
+    Outcome exact = fetchWithJob(site("/files/data.bin"), dir + "\\data.bin", 100000);
+    EXPECT_TRUE(exact.ok) << exact.reason;
+    EXPECT_EQ(dataBin(), files().readAll(dir + "\\data.bin"));
 }
 
 TEST_F(Downloads, AMappedHostIsReachedUnderItsOwnName) {

@@ -102,6 +102,10 @@ public:
         network_ = iniSections;
         open();
     }
+    void trustRoot(const std::string& pemFile) override {
+        roots_ = pemFile;
+        open();
+    }
     std::string testerPath(const std::string& path) const override { return path; }
     void setServiceState(const std::string& name, bool running) override {
         running_[name] = running;
@@ -115,7 +119,8 @@ public:
 private:
     void open() {
         machine_.reset();
-        writeText(root_ / "machine.ini", machineIni(withCipher_, network_) + servicesIni(running_));
+        const std::string certificates = roots_.empty() ? "" : "[Certificates]\r\nRoots=" + roots_ + "\r\n";
+        writeText(root_ / "machine.ini", machineIni(withCipher_, network_) + certificates + servicesIni(running_));
         machine_ = platform::sim::SimMachine::open(root_);
         machine_->simAutomation().registerClass(standins::kEchoProgId, [] {
             return platform::Object(std::make_shared<standins::Echo>());
@@ -125,6 +130,7 @@ private:
     fs::path root_;
     bool withCipher_ = true;
     std::string network_;
+    std::string roots_;
     std::map<std::string, bool> running_;
     std::unique_ptr<platform::sim::SimMachine> machine_;
 };

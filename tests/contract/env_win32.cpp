@@ -2,6 +2,7 @@
 // binding, with registry keys and a folder of the test's own that are
 // removed before and after the test.
 #include <windows.h>
+#include <wincrypt.h>
 
 #include <optional>
 
@@ -110,6 +111,24 @@ public:
         host_->files().writeAll(dir + "\\network.ini", iniSections);
         SetEnvironmentVariableA(kStandinsVariable, dir.c_str());
         host_ = std::make_unique<platform::win32::Win32Host>(options_);
+    }
+    void trustRoot(const std::string& pemFile) override {
+        const std::string pem = host_->files().readAll(pemFile);
+        DWORD size = 0;
+        ASSERT_TRUE(CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, nullptr, &size, nullptr, nullptr))
+            << pemFile;
+        std::string der(size, '\0');
+        ASSERT_TRUE(CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER,
+                                         reinterpret_cast<BYTE*>(der.data()), &size, nullptr, nullptr));
+        HCERTSTORE root = CertOpenStore(CERT_STORE_PROV_SYSTEM_A, 0, 0,
+                                        CERT_SYSTEM_STORE_LOCAL_MACHINE, "ROOT");
+        ASSERT_NE(nullptr, root) << GetLastError();
+        const BOOL added = CertAddEncodedCertificateToStore(root, X509_ASN_ENCODING,
+                                                            reinterpret_cast<const BYTE*>(der.data()), size,
+                                                            CERT_STORE_ADD_REPLACE_EXISTING, nullptr);
+        const DWORD error = GetLastError();
+        CertCloseStore(root, 0);
+        ASSERT_TRUE(added) << error;
     }
     std::string standinRecord(const std::string& fileName) override {
         const std::string path = folder_ + "\\standins\\" + fileName;

@@ -180,7 +180,7 @@ TEST(Procedures, BlackListRequestIsTrueFromEitherSite) {
     std::filesystem::create_directories(folder);
     std::ofstream(folder / "wppthmsbbllist.txt") << "KB5031354";
     sites::Config config;
-    config.sites = {{"primary", folder, 0}, {"secondary", folder, 0}};
+    config.sites = {{"primary", folder, 0, {}}, {"secondary", folder, 0, {}}};
     sites::SitesServer server(config);
     server.start();
     const std::string network = "[Network]\r\nmanage.vornsoft.com=127.0.0.1:" + std::to_string(server.port("primary")) +

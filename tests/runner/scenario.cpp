@@ -14,6 +14,7 @@
 #include <stdexcept>
 
 #include "driver/main.h"
+#include "list_signing.h"
 #include "platform/host.h"
 #include "platform/sim/sim_ini.h"
 #include "platform/sim/sim_machine.h"
@@ -87,12 +88,42 @@ fs::path workPath(const fs::path& work, const fs::path& listFile, const std::str
     return work / p;
 }
 
+bool endsWith(const std::string& s, const std::string& suffix) {
+    return s.size() > suffix.size() && s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+// The scenarios' root above a layer's folder: the one holding bases/.
+fs::path scenariosRoot(fs::path p) {
+    while (p.has_parent_path() && p != p.parent_path() && !fs::is_directory(p / "bases")) p = p.parent_path();
+    return p;
+}
+
+// "X.sig.sign" holds a key's name: it is written as "X.sig", the signature of
+// its sibling X by the key scenarios/keys/NAME.pem (signed when the scenario is
+// set up, so no signature is kept beside the list it signs).
+void signFiles(const fs::path& folder, const fs::path& origin) {
+    for (const auto& e : fs::recursive_directory_iterator(folder)) {
+        const std::string name = e.path().filename().string();
+        if (!e.is_regular_file() || !endsWith(name, ".sig.sign")) continue;
+        std::string keyName = readFile(e.path());
+        keyName.erase(std::remove_if(keyName.begin(), keyName.end(), [](char c) { return std::isspace(static_cast<unsigned char>(c)); }),
+                      keyName.end());
+        const fs::path key = scenariosRoot(origin) / "keys" / (keyName + ".pem");
+        const fs::path signedFile = e.path().parent_path() / name.substr(0, name.size() - 9);
+        if (!fs::exists(key) || !fs::exists(signedFile)) bad(origin, name + ": no key " + keyName + " or no file to sign");
+        writeFile(e.path().parent_path() / name.substr(0, name.size() - 5),
+                  catalog::SignatureFile(readFile(signedFile), readFile(key)));
+        fs::remove(e.path());
+    }
+}
+
 // An archive of a folder's files, made by the zip tool with fixed times so
 // that the same folder always gives the same bytes.
 void makeZip(const fs::path& folder, const fs::path& target, const fs::path& scratch) {
     const fs::path staging = scratch / "zip-staging";
     fs::remove_all(staging);
     fs::copy(folder, staging, fs::copy_options::recursive);
+    signFiles(staging, folder);
     std::vector<std::string> names;
     for (const auto& e : fs::recursive_directory_iterator(staging))
         if (e.is_regular_file()) names.push_back(fs::relative(e.path(), staging).string());
@@ -110,10 +141,6 @@ void makeZip(const fs::path& folder, const fs::path& target, const fs::path& scr
     for (const auto& n : names) cmd += " " + quote(n);
     if (std::system(cmd.c_str()) != 0) bad(folder, "the zip tool could not make an archive of it");
     fs::remove_all(staging);
-}
-
-bool endsWith(const std::string& s, const std::string& suffix) {
-    return s.size() > suffix.size() && s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
 // INI keys of `changes` set into `text`: a key's first line in its section is
@@ -528,15 +555,29 @@ Outputs run(const fs::path& root, const std::string& name) {
     // The sites: every folder of sites/, and the proxy.
     sites::Config config;
     for (const auto& e : fs::directory_iterator(work / "sites"))
-        if (e.is_directory()) config.sites.push_back({e.path().filename().string(), e.path(), 0});
+        if (e.is_directory()) config.sites.push_back({e.path().filename().string(), e.path(), 0, {}});
     std::sort(config.sites.begin(), config.sites.end(),
               [](const sites::SiteConfig& x, const sites::SiteConfig& y) { return x.name < y.name; });
     sites::ProxyConfig proxy;
     proxy.credentials = settings["proxy"]["credentials"];
     for (const auto& [host, site] : settings["proxyhosts"]) proxy.siteHosts[host] = site;
     config.proxy = proxy;
+    // [Tls] SITE=HOST,...: the site speaks HTTPS with a certificate for those
+    // names; the machine finds the authority's root as local-sites-ca.pem.
+    for (const auto& [site, hosts] : settings["tls"]) {
+        auto named = std::find_if(config.sites.begin(), config.sites.end(),
+                                  [&](const sites::SiteConfig& c) { return lower(c.name) == site; });
+        if (named == config.sites.end()) bad(layers.back() / "scenario.ini", "[Tls] names no site: " + site);
+        std::stringstream list(hosts);
+        for (std::string host; std::getline(list, host, ',');)
+            if (!host.empty()) named->tlsNames.push_back(host);
+        config.authority = work.parent_path() / "authority";
+    }
     sites::SitesServer server(config);
     server.start();
+    if (!config.authority.empty())
+        fs::copy_file(config.authority / "ca.pem", work / "machine" / "local-sites-ca.pem",
+                      fs::copy_options::overwrite_existing);
     std::map<std::string, int> ports;
     for (const auto& s : config.sites) ports[s.name] = server.port(s.name);
     ports["proxy"] = server.port("proxy");

@@ -91,7 +91,7 @@ protected:
 
     sites::Config config() const {
         sites::Config c;
-        c.sites = {{"files", root / "files", 0}, {"mgmt", root / "mgmt", 0}};
+        c.sites = {{"files", root / "files", 0, {}}, {"mgmt", root / "mgmt", 0, {}}};
         return c;
     }
     std::string url(const SitesServer& s, const std::string& site, const std::string& path) const {
@@ -326,3 +326,48 @@ TEST_F(Sites, StopCutsOffAStalledAnswer) {
 }
 
 }  // namespace
+
+// An HTTPS site answers a client that trusts the test authority, for the names
+// its certificate carries only; a second server reuses the authority it finds.
+TEST_F(Sites, HttpsSiteIsTrustedThroughTheTestAuthorityForItsNamesOnly) {
+    auto c = config();
+    c.sites[0].tlsNames = {"vendor.example", "cdn.vendor.example"};
+    c.authority = root / "authority";
+    SitesServer server(c);
+    server.start();
+    const int port = server.port("files");
+    auto get = [&](const std::string& host, const fs::path& roots) {
+        Reply r;
+        CURL* curl = curl_easy_init();
+        const std::string url = "https://" + host + "/dir/small.bin";
+        const std::string connect = host + ":443:127.0.0.1:" + std::to_string(port);
+        curl_slist* to = curl_slist_append(nullptr, connect.c_str());
+        curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl, CURLOPT_CONNECT_TO, to);
+        curl_easy_setopt(curl, CURLOPT_PROXY, "");
+        curl_easy_setopt(curl, CURLOPT_CAINFO, roots.c_str());
+        curl_easy_setopt(curl, CURLOPT_CAPATH, nullptr);
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, append);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, &r.body);
+        r.code = curl_easy_perform(curl);
+        curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &r.status);
+        curl_easy_cleanup(curl);
+        curl_slist_free_all(to);
+        return r;
+    };
+    const fs::path ca = root / "authority" / "ca.pem";
+    auto first = get("cdn.vendor.example", ca);
+    EXPECT_EQ(first.code, CURLE_OK);
+    EXPECT_EQ(first.body, small);
+    EXPECT_EQ(get("other.example", ca).code, CURLE_PEER_FAILED_VERIFICATION);
+    write(root / "stranger.pem", "");
+    EXPECT_NE(get("vendor.example", root / "stranger.pem").code, CURLE_OK);
+    // Plain HTTP to an HTTPS site is no answer.
+    EXPECT_NE(fetch("http://127.0.0.1:" + std::to_string(port) + "/dir/small.bin").status, 200);
+    server.stop();
+
+    const auto madeAt = fs::last_write_time(ca);
+    SitesServer again(c);
+    again.start();
+    EXPECT_EQ(fs::last_write_time(ca), madeAt);
+}

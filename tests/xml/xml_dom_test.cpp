@@ -189,4 +189,17 @@ TEST_F(XmlDom, NodesOutliveAReloadAndWhiteSpaceCanBeKept) {
     EXPECT_EQ(a.obj("childNodes").obj("item", 1).get("text").toString(), " x ");
 }
 
+TEST_F(XmlDom, LoadIsSynchronousOnlyWhenAsyncIsFalse) {
+    machine.writeFile("C:\\a.xml", "<a><b>1</b></a>");
+    // Left asynchronous (MSXML's default), the document is still loading when read.
+    EXPECT_TRUE(doc.get("async").toBool());
+    EXPECT_TRUE(doc.call("Load", "C:\\a.xml").toBool());
+    EXPECT_EQ(doc.get("readyState").toLong(), 1);
+    EXPECT_EQ(doc.obj("childNodes").get("length").toLong(), 0);
+    doc.put("async", false);
+    EXPECT_TRUE(doc.call("Load", "C:\\a.xml").toBool());
+    EXPECT_EQ(doc.get("readyState").toLong(), 4);
+    EXPECT_EQ(doc.call("getElementsByTagName", "b").toObject().get("length").toLong(), 1);
+}
+
 }  // namespace

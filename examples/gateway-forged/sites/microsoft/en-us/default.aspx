@@ -1,0 +1,1 @@
+<html><body>Microsoft</body></html>
