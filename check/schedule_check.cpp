@@ -93,7 +93,7 @@ Schedule readSchedule(const Pipeline& p, const std::string& fileName) {
     int position = 0;
     try {
         Object doc = platform::automation().createObject("MSXML2.DOMDocument");
-        doc.put("async", false);  // as the pass reads it: the whole document before Load returns
+        doc.put("async", false);  // as the pass loads it: read at once
         doc.call("Load", shortPath);
         if (doc.obj("childNodes").get("length").toLong() < 1) {
             s.problem = "it does not read as XML";

@@ -69,8 +69,9 @@ void LogUnsafeFileName(const std::string& module, const std::string& proc, const
 }
 
 bool JobDownloadFile(const std::string& url, const std::string& destination, const std::string& proxy,
-                     const std::string& credentials, JobFailure& failure) {
+                     const std::string& credentials, JobFailure& failure, uint64_t maxBytes) {
     platform::Object job = platform::automation().createObject("kDwnJob.JobDownload");
+    if (maxBytes > 0) resumeNext([&] { job.put("MaxBytes", static_cast<int64_t>(maxBytes)); });
     platform::Variant u(url), spare1(proxy), spare2(credentials), dest(destination), status(""), reason(""),
         failedUrl("");
     bool ok = job.call("JobDownload", platform::ByRef{&u}, platform::ByRef{&spare1}, platform::ByRef{&spare2},

@@ -3,6 +3,7 @@
 // content URL (the download object), and the system's URL download.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace kpm {
@@ -26,8 +27,11 @@ struct JobFailure {
 // The download object's one attempt, with its two spare arguments naming a
 // proxy ("host:port") and its credentials ("user:password"), both empty for a
 // direct connection. Throws what creating or calling the object throws.
+// `maxBytes` above 0 is given to the object, which stops a longer body (an
+// object without that property downloads whole; the caller checks the size).
+// After a success `failure.url` names where redirects led, if anywhere.
 bool JobDownloadFile(const std::string& url, const std::string& destination, const std::string& proxy,
-                     const std::string& credentials, JobFailure& failure);
+                     const std::string& credentials, JobFailure& failure, uint64_t maxBytes = 0);
 // "Success" or "Failed".
 std::string DownloadURL_File(const std::string& url, const std::string& destination);
 // URLDownloadToFileA: true when it returned 0.

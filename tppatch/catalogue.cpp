@@ -9,6 +9,7 @@
 #include "platform/errors.h"
 #include "platform/host.h"
 #include "tppatch/wildcard.h"
+#include "tppatch/xml_guard.h"
 
 namespace kpm {
 
@@ -61,6 +62,9 @@ bool isHex(const std::string& s, size_t digits) {
 // Windows would read otherwise ("..", a device, a trailing dot or blank).
 bool isInstallerName(const std::string& name) {
     if (name.empty() || name.size() > 200 || name == "." || name == "..") return false;
+    // "FIREFO~1.EXE" may be another file's short 8.3 alias.
+    for (size_t tilde = name.find('~'); tilde != std::string::npos; tilde = name.find('~', tilde + 1))
+        if (tilde + 1 < name.size() && std::isdigit(static_cast<unsigned char>(name[tilde + 1]))) return false;
     if (name.back() == '.' || name.back() == ' ' || name.find("..") != std::string::npos) return false;
     for (char c : name)
         if (static_cast<unsigned char>(c) < 0x20 || std::string_view("\\/:*?\"<>|").find(c) != std::string_view::npos)
@@ -317,6 +321,13 @@ bool TextTest::Holds(std::string_view value) const {
 }
 
 Catalogue ReadCatalogue(const std::string& path) {
+    // The bytes are checked before any parser sees them: MSXML 3.0 expands
+    // what Wine's MSXML and the simulated machine's refuse.
+    if (platform::files().fileSize(path) > kMostProductListBytes)
+        throw platform::ComError(5, "PDList.xml", "refused: it is larger than " + std::to_string(kMostProductListBytes) +
+                                                      " bytes");
+    if (const std::string hostile = HostileXmlReason(platform::files().readAll(path)); !hostile.empty())
+        throw platform::ComError(5, "PDList.xml", "refused: " + hostile);
     Object doc = platform::automation().createObject("MSXML2.DOMDocument");
     doc.put("async", false);
     if (!doc.call("Load", path).toBool()) {

@@ -137,6 +137,14 @@ bool keepIfVerified(const std::string& staged, const std::string& target, const 
         return false;
     }
     platform::files().moveFile(staged, target);
+    // Windows may take a name for another file's (a short 8.3 alias, a case
+    // it folds): what the name now opens must be what was verified.
+    const std::string under = fncCompareInstaller(target, e);
+    if (!under.empty()) {
+        log("ERROR", "Installer under its name is not the file verified: deleted", target, ExpectedText(e), under);
+        subDeleteFile(target);
+        return false;
+    }
     return true;
 }
 
@@ -167,14 +175,16 @@ TPDownloadResult fetchVerified(const std::string& url, const std::string& folder
         const std::string credentials = a.ProxyUserName.empty() ? "" : a.ProxyUserName + ":" + a.ProxyPassword;
         log("INFO", "Downloading installer from the vendor", url, a.ProxyServer.empty() ? "" : "through " + a.ProxyServer);
         JobFailure failure;
-        if (!JobDownloadFile(url, staged, a.ProxyServer, credentials, failure)) {
+        // The download object stops a body that passes the list's size.
+        if (!JobDownloadFile(url, staged, a.ProxyServer, credentials, failure, e.size)) {
             log("ERROR", "Download Failed from the vendor", url, failure.status, failure.reason);
             return failed("no channel brought it", url);
         }
         if (!keepIfVerified(staged, target, e, url)) return failed("what arrived did not match the product list", url);
         r.Channel = "vendor";
+        r.FinalUrl = failure.url;  // where redirects led, after a success
     }
-    log("INFO", "Installer verified", target, checksText(e));
+    log("INFO", "Installer verified", target, checksText(e), r.FinalUrl.empty() ? "" : "from " + r.FinalUrl);
     subWriteDownloadURL(target);
     r.FilePath = target;
     r.Success = true;

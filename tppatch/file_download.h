@@ -20,6 +20,7 @@ struct TPDownloadResult {
     bool Extracted = false;  // a ".zip" unpacked into <folder>\ZipComp
     std::string ErrorText1, ErrorText2;  // what failed, and the URL or reason
     std::string Channel;     // "gateway" or "vendor": where a verified file came from
+    std::string FinalUrl;    // the vendor's address redirects led to; empty when none was followed
 };
 
 // What a file must be to be kept.

@@ -59,6 +59,15 @@ InstallerOutcome download(size_t index, const Product& p) {
         log("INFO", "Installer in the folder does not match the product list: downloading it again", target,
             ExpectedText(expected), arrived);
     }
+    // The floor holds after the installer too: one that would take the drive
+    // under it is not started (a smaller one further down the list may be).
+    const double sizeMB = static_cast<double>(i.size) / (1024.0 * 1024.0);
+    if (!(environment.DriveFreeMB - sizeMB > 1536)) {
+        log("INFO", "Download skipped: the installer would leave 1.5 GB or less free", i.name,
+            std::to_string(i.size) + " bytes", "Avail Disk Space : " + environment.DriveFreeMBText);
+        out.why = "skipped: the installer would leave 1.5 GB or less free";
+        return out;
+    }
     log("INFO", "Downloading the update's installer", p.update.id, i.name);
     const TPDownloadResult r = fncDownloadTPMFile(i.url, folder, &expected);
     if (!r.Success) {

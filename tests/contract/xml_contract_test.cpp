@@ -3,6 +3,7 @@
 // what a document that does not parse leaves. Natively the simulated
 // machine's DOM; under Wine, Wine's MSXML, an implementation nobody here wrote.
 #include "contract_env.h"
+#include "tppatch/catalogue.h"
 #include "platform/automation.h"
 #include "platform/errors.h"
 #include "platform/files.h"
@@ -124,6 +125,40 @@ TEST_F(Xml, LoadReadsAFileByWindowsPath) {
     for (const char* name : {"bad.xml", "missing.xml"}) {
         EXPECT_FALSE(doc.call("Load", at(name)).toBool()) << name;
         EXPECT_EQ(0, doc.obj("childNodes").get("length").toLong()) << name;
+    }
+}
+
+// The product list's reader refuses the same hostile documents on every
+// binding, before MSXML (which expands entities on Windows and Wine) sees them.
+TEST_F(Xml, TheProductListReaderRefusesHostileDocumentsAlike) {
+    std::string deep;
+    for (int i = 0; i < 17; ++i) deep += "<v>";
+    for (int i = 0; i < 17; ++i) deep += "</v>";
+    struct Case {
+        const char* name;
+        std::string text;
+        const char* refusal;  // empty: read
+    } cases[] = {
+        {"plain", "<pdlist format=\"1\"><!-- <!DOCTYPE in a comment> --></pdlist>", ""},
+        {"quoted", "<pdlist format=\"1\" note='a > b'><![CDATA[<!DOCTYPE x>]]></pdlist>", ""},
+        {"internal entity",
+         "<?xml version=\"1.0\"?><!DOCTYPE pdlist [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;\">]>"
+         "<pdlist format=\"1\">&b;</pdlist>",
+         "refused: it declares a document type (\"<!DOCTYPE\"), which a product list never holds"},
+        {"external entity",
+         "<!DOCTYPE pdlist SYSTEM \"file:///C:/Windows/win.ini\"><pdlist format=\"1\"/>",
+         "refused: it declares a document type (\"<!DOCTYPE\"), which a product list never holds"},
+        {"deep", "<pdlist format=\"1\">" + deep + "</pdlist>", "refused: its elements nest deeper than 16 levels"},
+    };
+    for (const Case& c : cases) {
+        files().writeAll(at("PDList.xml"), c.text);
+        std::string refusal;
+        try {
+            kpm::ReadCatalogue(at("PDList.xml"));
+        } catch (const platform::ComError& e) {
+            refusal = e.description();
+        }
+        EXPECT_EQ(c.refusal, refusal) << c.name;
     }
 }
 
