@@ -34,7 +34,10 @@ constexpr long Success = 0;
 constexpr long FileNotFound = 2;
 constexpr long AccessDenied = 5;
 constexpr long InvalidHandle = 6;
+constexpr long SharingViolation = 32;
 constexpr long InvalidParameter = 87;
+constexpr long BadDatabase = 1009;        // ERROR_BADDB: a hive file that is no hive
+constexpr long PrivilegeNotHeld = 1314;
 constexpr long MoreData = 234;
 constexpr long NoMoreItems = 259;
 }  // namespace regerr
@@ -84,6 +87,12 @@ public:
     // RegCreateKeyA: creates every missing key on the path, or opens it.
     virtual long createKey(Hive hive, std::string_view path, RegView view,
                            std::unique_ptr<RegKey>& out) = 0;
+    // RegLoadKeyA(HKEY_USERS, name, file): the hive file of a user who is
+    // not logged on (their NTUSER.DAT) mounted as HKEY_USERS\name, with the
+    // backup and restore privileges enabled first. The caller only reads it.
+    virtual long loadUserHive(std::string_view name, std::string_view file) = 0;
+    // RegUnLoadKeyA(HKEY_USERS, name): every key of it must be closed.
+    virtual long unloadUserHive(std::string_view name) = 0;
 };
 
 }  // namespace platform

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -11,6 +12,9 @@
 #include "config/ini.h"
 #include "log/w3c_log.h"
 #include "platform/host.h"
+#include "tppatch/log_text.h"
+#include "tppatch/uninstall_entry.h"
+#include "tppatch/user_hives.h"
 #include "tppatch/wildcard.h"
 
 namespace kpm {
@@ -33,6 +37,10 @@ std::string trim(std::string_view s) {
     if (first == std::string_view::npos) return "";
     return std::string(s.substr(first, s.find_last_not_of(" \t") - first + 1));
 }
+
+// Longer values are not matched against patterns: a standard user can write
+// a megabyte into their own hive, and a pattern's matching time grows with it.
+constexpr size_t kLongestMatched = 4096;
 
 bool isText(const RegValue& v) {
     return v.type == platform::regtype::String || v.type == platform::regtype::ExpandString;
@@ -70,10 +78,12 @@ bool compared(int c, ValueTest::Op op) {
 }
 
 bool holds(const ValueTest& t, const std::optional<RegValue>& v) {
+    if (!v && t.orMissing) return true;
     switch (t.kind) {
     case ValueTest::Kind::Exists: return v.has_value();
     case ValueTest::Kind::Missing: return !v;
-    case ValueTest::Kind::Text: return v && isText(*v) && t.text.Holds(textOf(*v));
+    case ValueTest::Kind::Text:
+        return (v && isText(*v) && v->data.size() <= kLongestMatched && t.text.Holds(textOf(*v))) != t.negated;
     case ValueTest::Kind::Dword:
         if (!v || v->type != platform::regtype::Dword) return false;
         return compared(v->dwordValue() < t.dword ? -1 : v->dwordValue() > t.dword ? 1 : 0, t.op);
@@ -91,23 +101,63 @@ struct VersionRead {
     std::string evidence;
 };
 
-VersionRead readVersion(const VersionSource& source, const std::optional<RegValue>& v) {
-    const std::string& name = source.value;
-    if (!v) return {std::nullopt, name + " is missing"};
-    if (source.packed) {
-        if (v->type != platform::regtype::Dword) return {std::nullopt, name + " is " + typeName(v->type) + ", not REG_DWORD"};
-        const uint32_t d = v->dwordValue();
-        const std::string text = std::to_string(d >> 24) + "." + std::to_string((d >> 16) & 0xFF) + "." +
-                                 std::to_string(d & 0xFFFF);
-        char hex[16];
-        std::snprintf(hex, sizeof hex, "0x%08X", d);
-        return {ParseVersion(text), name + "=" + hex + " (" + text + ")"};
+// Reads one value of the key that matched; nullopt when it is missing.
+using ValueLookup = std::function<std::optional<RegValue>(const std::string&)>;
+
+VersionRead packedVersion(const std::string& name, const RegValue& v) {
+    if (v.type != platform::regtype::Dword) return {std::nullopt, name + " is " + typeName(v.type) + ", not REG_DWORD"};
+    const uint32_t d = v.dwordValue();
+    const std::string text = std::to_string(d >> 24) + "." + std::to_string((d >> 16) & 0xFF) + "." + std::to_string(d & 0xFFFF);
+    char hex[16];
+    std::snprintf(hex, sizeof hex, "0x%08X", d);
+    return {ParseVersion(text), name + "=" + hex + " (" + text + ")"};
+}
+
+// "1.2.3 (build 4567)" as 1.2.3.4567: the last run of digits in the last
+// parentheses is the next part; text without them is left as it is.
+std::string withBuildNumber(const std::string& text) {
+    const size_t open = text.rfind('('), close = text.rfind(')');
+    if (open == std::string::npos || close == std::string::npos || close < open) return text;
+    const std::string inside = text.substr(open + 1, close - open - 1);
+    const size_t last = inside.find_last_of("0123456789");
+    if (last == std::string::npos) return text;
+    const size_t first = inside.find_last_not_of("0123456789", last) + 1;
+    return trim(text.substr(0, open)) + "." + inside.substr(first, last - first + 1);
+}
+
+// Where the version value is missing, the numbers Windows Installer writes
+// beside it, as the catalogue says.
+VersionRead fallbackVersion(const VersionSource& source, const ValueLookup& value) {
+    const std::string missing = source.value + " is missing";
+    if (source.fallback == VersionSource::Fallback::Packed) {
+        const auto v = value("Version");
+        if (!v) return {std::nullopt, missing + ", and Version too"};
+        VersionRead r = packedVersion("Version", *v);
+        r.evidence = missing + "; " + r.evidence;
+        return r;
     }
+    const auto major = value("VersionMajor"), minor = value("VersionMinor");
+    if (!major || !minor) return {std::nullopt, missing + ", and VersionMajor or VersionMinor too"};
+    if (major->type != platform::regtype::Dword || minor->type != platform::regtype::Dword)
+        return {std::nullopt, missing + "; VersionMajor and VersionMinor are not both REG_DWORD"};
+    const std::string text = std::to_string(major->dwordValue()) + "." + std::to_string(minor->dwordValue());
+    return {ParseVersion(text), missing + "; VersionMajor.VersionMinor=" + text};
+}
+
+VersionRead readVersion(const VersionSource& source, const ValueLookup& value) {
+    const std::string& name = source.value;
+    const std::optional<RegValue> v = value(name);
+    if (!v && source.fallback != VersionSource::Fallback::None) return fallbackVersion(source, value);
+    if (!v) return {std::nullopt, name + " is missing"};
+    if (source.packed) return packedVersion(name, *v);
     if (!isText(*v)) return {std::nullopt, name + " is " + typeName(v->type) + ", not text"};
+    if (v->data.size() > kLongestMatched)
+        return {std::nullopt, name + " is " + std::to_string(v->data.size()) + " bytes long, not a version"};
     const std::string text = textOf(*v);
     std::string versionText = text;
     if (!source.pattern.empty() && !ExtractVersion(source.pattern, text, versionText))
         return {std::nullopt, name + "=" + text + " does not fit " + source.pattern};
+    if (source.buildInParentheses) versionText = withBuildNumber(versionText);
     auto version = ParseVersion(versionText);
     if (!version) return {std::nullopt, name + "=" + text + " is not a version"};
     return {version, name + "=" + text};
@@ -161,12 +211,25 @@ public:
     const std::string& keyName(size_t i) const { return entries_[i].name; }
 
     const std::optional<RegValue>& value(size_t i, const std::string& name) {
+        static const std::optional<RegValue> none;
         Entry& e = entries_[i];
+        if (e.unreadable) return none;
         const std::string key = LCase(name);
         auto it = e.values.find(key);
-        if (it == e.values.end()) it = e.values.emplace(key, queryValue(place_, base_ + "\\" + e.name, name)).first;
-        return it->second;
+        if (it != e.values.end()) return it->second;
+        try {
+            return e.values.emplace(key, queryValue(place_, base_ + "\\" + e.name, name)).first->second;
+        } catch (const RegistryFailure& failure) {
+            // One entry that cannot be read (an ACL that shuts SYSTEM out) is
+            // passed over, said once; the others of the view still count.
+            e.unreadable = true;
+            WriteW3CLog(kModule, "fncAssessProduct", "ERROR", "Uninstall entry cannot be read: passed over",
+                        LogText(failure.what()));
+            return none;
+        }
     }
+
+    bool unreadable(size_t i) const { return entries_[i].unreadable; }
 
     // The subkeys whose name (valueName empty) or whose string value starts
     // with `anchor`, case not counting.
@@ -196,6 +259,7 @@ private:
     struct Entry {
         std::string name;
         std::map<std::string, std::optional<RegValue>> values;  // by lower-cased name; nullopt: missing
+        bool unreadable = false;
     };
     struct Index {
         bool built = false;
@@ -211,6 +275,22 @@ private:
 struct Install {
     std::string where;
     VersionRead read;
+    std::string owner;  // "" for the machine, the user's SID: whose install it is
+};
+
+// The entries a product's search passed over as no installs: the first one
+// named, the others counted, so that a computer full of hotfixes writes one
+// line, not a hundred.
+struct PassedOver {
+    std::string first;
+    size_t count = 0;
+    void add(const std::string& what) {
+        if (count++ == 0) first = what;
+    }
+    std::string text() const {
+        if (count == 0) return "";
+        return "; passed over " + first + (count > 1 ? " and " + std::to_string(count - 1) + " more" : "");
+    }
 };
 
 class Assessor {
@@ -228,11 +308,16 @@ public:
         }
         try {
             std::vector<Install> installs;
+            PassedOver passed;
             for (const Place& place : places) {
-                if (d.kind == Detection::Kind::Uninstall) findInUninstall(d, place, installs);
+                if (d.kind == Detection::Kind::Uninstall) findInUninstall(d, place, installs, passed);
                 else findKey(d, place, installs);
             }
             decide(p, d, places, installs, f);
+            if (f.state != ProductState::UpdateNeeded && f.state != ProductState::Conflicting &&
+                d.scope == Detection::Scope::Users)
+                unreadableUser(f);
+            f.evidence += passed.text();
         } catch (const RegistryFailure& e) {
             f.state = ProductState::Failed;
             f.evidence = e.what();
@@ -245,10 +330,25 @@ private:
         return std::string(place.hive == Hive::Users ? "Software" : "SOFTWARE") + "\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
     }
 
+    // A user whose hive could not be loaded may have the product, older:
+    // nothing else found decides for them.
+    void unreadableUser(ProductFinding& f) {
+        for (const auto& u : hives_.list()) {
+            if (u.failure.empty()) continue;
+            f.state = ProductState::HiveUnreadable;
+            f.where = "HKU\\" + u.sid + " (" + u.file + ")";
+            f.evidence = "the hive could not be loaded, " + u.failure;
+            return;
+        }
+    }
+
     std::vector<Place> placesFor(const Detection& d) {
         std::vector<Place> out;
         if (d.scope == Detection::Scope::Users) {
-            for (const auto& sid : users()) out.push_back({Hive::Users, sid + "\\", RegView::Default, "HKU\\" + sid + "\\", ""});
+            for (const auto& u : hives_.list())
+                if (u.failure.empty())
+                    out.push_back({Hive::Users, u.key + "\\", RegView::Default, "HKU\\" + u.sid + "\\",
+                                   u.file.empty() ? "" : " (not logged on)"});
             return out;
         }
         auto add = [&](RegView view, const char* text) {
@@ -260,24 +360,6 @@ private:
         return out;
     }
 
-    // The user hives loaded under HKEY_USERS: real users only, not the
-    // service accounts, ".DEFAULT" or the "_Classes" hives.
-    const std::vector<std::string>& users() {
-        if (usersRead_) return users_;
-        usersRead_ = true;
-        std::unique_ptr<platform::RegKey> root;
-        if (platform::registry().openKey(Hive::Users, "", platform::regaccess::Read, RegView::Default, root) !=
-            platform::regerr::Success)
-            return users_;
-        std::string name;
-        for (uint32_t i = 0; root->enumSubKey(i, name) == platform::regerr::Success; ++i) {
-            const std::string l = LCase(name);
-            if ((l.rfind("s-1-5-21-", 0) == 0 || l.rfind("s-1-12-1-", 0) == 0) && l.find("_classes") == std::string::npos)
-                users_.push_back(name);
-        }
-        return users_;
-    }
-
     UninstallList& listOf(const Place& place) {
         const std::string key = place.shown + "|" + std::to_string(static_cast<int>(place.view));
         auto it = lists_.find(key);
@@ -285,7 +367,7 @@ private:
         return *it->second;
     }
 
-    void findInUninstall(const Detection& d, const Place& place, std::vector<Install>& installs) {
+    void findInUninstall(const Detection& d, const Place& place, std::vector<Install>& installs, PassedOver& passed) {
         UninstallList& list = listOf(place);
         if (!list.failure().empty()) throw RegistryFailure(list.failure());
         // The narrowest anchor: the key name, else a text test that starts with plain text.
@@ -303,9 +385,16 @@ private:
             if (d.hasKeyName && !d.keyName.Holds(list.keyName(i))) continue;
             bool all = true;
             for (const auto& t : d.tests) all = all && holds(t, list.value(i, t.value));
-            if (!all) continue;
-            installs.push_back({place.shown + list.base() + "\\" + list.keyName(i) + place.viewText,
-                                readVersion(d.version, list.value(i, d.version.value))});
+            if (!all || list.unreadable(i)) continue;
+            const std::string notInstall =
+                NotAnInstall(d, [&](const std::string& name) -> const std::optional<RegValue>& { return list.value(i, name); });
+            if (!notInstall.empty() && !list.unreadable(i)) {
+                passed.add(list.keyName(i) + place.viewText + " (" + notInstall + ")");
+                continue;
+            }
+            VersionRead read = readVersion(d.version, [&](const std::string& name) { return list.value(i, name); });
+            if (list.unreadable(i)) continue;
+            installs.push_back({place.shown + list.base() + "\\" + list.keyName(i) + place.viewText, std::move(read), place.prefix});
         }
     }
 
@@ -317,7 +406,8 @@ private:
             throw RegistryFailure(place.shown + d.keyPath + place.viewText + " cannot be opened (error " + std::to_string(r) + ")");
         for (const auto& t : d.tests)
             if (!holds(t, queryValue(place, d.keyPath, t.value))) return;
-        installs.push_back({place.shown + d.keyPath + place.viewText, readVersion(d.version, queryValue(place, d.keyPath, d.version.value))});
+        installs.push_back({place.shown + d.keyPath + place.viewText, readVersion(d.version, [&](const std::string& name) { return queryValue(place, d.keyPath, name); }),
+                            place.prefix});
     }
 
     static void decide(const Product& p, const Detection& d, const std::vector<Place>& places,
@@ -346,6 +436,21 @@ private:
             if (!i.read.version) unknown = unknown ? unknown : &i;
             else if (!older && CompareVersions(*i.read.version, target) < 0) older = &i;
         }
+        // One install older and another of the same owner (the machine, or
+        // one user) at or above the update: installing it could put an old
+        // version over the live one. The deployment step must not guess which
+        // is live. Users are owners of their own: one behind needs the update.
+        for (const auto& o : installs) {
+            if (!o.read.version || CompareVersions(*o.read.version, target) >= 0) continue;
+            for (const auto& c : installs) {
+                if (c.owner != o.owner || !c.read.version || CompareVersions(*c.read.version, target) < 0) continue;
+                f.state = ProductState::Conflicting;
+                f.where = o.where;
+                f.other = c.where;
+                f.evidence = o.read.evidence + "; " + c.where + " " + c.read.evidence + against;
+                return;
+            }
+        }
         const Install& decisive = older ? *older : unknown ? *unknown : installs.front();
         f.state = older ? ProductState::UpdateNeeded : unknown ? ProductState::Unknown : ProductState::UpToDate;
         f.where = decisive.where;
@@ -353,8 +458,7 @@ private:
     }
 
     bool is64_;
-    bool usersRead_ = false;
-    std::vector<std::string> users_;
+    UserHives hives_;
     std::map<std::string, std::unique_ptr<UninstallList>> lists_;
 };
 
@@ -367,6 +471,8 @@ const char* StateText(ProductState state) {
     case ProductState::UpdateNeeded: return "Update needed";
     case ProductState::Unknown: return "Version unknown";
     case ProductState::Failed: return "Assessment failed";
+    case ProductState::Conflicting: return "Conflicting installs";
+    case ProductState::HiveUnreadable: return "User hive not readable";
     }
     return "";
 }
@@ -386,7 +492,7 @@ std::vector<bool> SelectVendors(const Catalogue& catalogue, const std::string& s
             if (WildcardEquals(name, catalogue.vendors[v].id) || WildcardEquals(name, catalogue.vendors[v].name))
                 known = chosen[v] = true;
         if (!known && reported.insert(LCase(name)).second)
-            WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Selected vendor is not in the product list", name);
+            WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Selected vendor is not in the product list", LogText(name));
     }
     return chosen;
 }
@@ -395,7 +501,7 @@ std::vector<ProductFinding> AssessProducts(const Catalogue& catalogue, const std
     for (size_t v = 0; v < catalogue.vendors.size(); ++v)
         if (!selected[v] && catalogue.vendors[v].products > 0)
             WriteW3CLog(kModule, "subAutoDeployment", "INFO", "Vendor not selected: its products are not assessed",
-                        catalogue.vendors[v].name, std::to_string(catalogue.vendors[v].products));
+                        LogText(catalogue.vendors[v].name), std::to_string(catalogue.vendors[v].products));
     std::vector<ProductFinding> findings;
     Assessor assessor;
     for (size_t i = 0; i < catalogue.products.size(); ++i) {
@@ -403,7 +509,7 @@ std::vector<ProductFinding> AssessProducts(const Catalogue& catalogue, const std
         if (!selected[p.vendor]) continue;
         ProductFinding f = assessor.assess(i, p);
         WriteW3CLog(kModule, "fncAssessProduct", f.state == ProductState::Failed ? "ERROR" : "INFO",
-                    std::string(StateText(f.state)) + ": " + p.name, p.id, f.where, f.evidence);
+                    std::string(StateText(f.state)) + ": " + LogText(p.name), p.id, LogText(f.where), LogText(f.evidence));
         findings.push_back(std::move(f));
     }
     return findings;

@@ -10,13 +10,16 @@
 
 namespace kpm {
 
-enum class ProductState { NotInstalled, UpToDate, UpdateNeeded, Unknown, Failed };
+// Conflicting: one install older than the update, another at or above it.
+// HiveUnreadable: no install older, and a user's hive could not be loaded.
+enum class ProductState { NotInstalled, UpToDate, UpdateNeeded, Unknown, Failed, Conflicting, HiveUnreadable };
 
 struct ProductFinding {
     size_t product = 0;  // index in Catalogue::products
     ProductState state = ProductState::NotInstalled;
     std::string where;     // the key that decided, with its view or user hive; or where the search looked
     std::string evidence;  // the value read and what it was held to, or why it could not be
+    std::string other;     // Conflicting: the install at or above the update
 };
 
 // The vendors that `selected` (a comma-separated list of ids or names, any

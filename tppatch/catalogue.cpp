@@ -112,11 +112,24 @@ std::string valueName(Object& node, const char* attribute) {
 ValueTest readValueTest(Object& node) {
     ValueTest t;
     t.value = valueName(node, "name");
-    const std::string exists = attr(node, "exists"), op = attr(node, "op");
+    const std::string exists = attr(node, "exists"), op = attr(node, "op"), isNot = attr(node, "isNot");
     const bool text = !attr(node, "is").empty() || !attr(node, "like").empty();
-    if (text + !exists.empty() + !op.empty() != 1)
-        throw Refusal("<value name=\"" + t.value + "\"> needs one of is, like, exists or op");
-    if (text) {
+    if (text + !isNot.empty() + !exists.empty() + !op.empty() != 1)
+        throw Refusal("<value name=\"" + t.value + "\"> needs one of is, isNot, like, exists or op");
+    const std::string orMissing = attr(node, "orMissing");
+    if (!orMissing.empty()) {
+        if (orMissing != "yes" && orMissing != "no") throw Refusal("orMissing=\"" + orMissing + "\" is not yes or no");
+        if (!exists.empty() || !isNot.empty())
+            throw Refusal("orMissing goes with is, like or op; exists and isNot say themselves what a missing value does");
+        t.orMissing = orMissing == "yes";
+    }
+    if (!isNot.empty()) {
+        // "Missing, or not this text": what says an entry is not a hotfix.
+        t.kind = ValueTest::Kind::Text;
+        t.text = {TextTest::Kind::Is, isNot};
+        t.negated = true;
+        t.orMissing = true;
+    } else if (text) {
         t.kind = ValueTest::Kind::Text;
         t.text = readText(node);
     } else if (!exists.empty()) {
@@ -198,6 +211,14 @@ Detection readDetection(Object& node, Product::Arch arch) {
             if (form == "packed") d.version.packed = true;
             else if (!form.empty() && form != "text") throw Refusal("form=\"" + form + "\" is not text or packed");
             d.version.pattern = attr(child, "pattern");
+            const std::string build = attr(child, "build"), fallback = attr(child, "fallback");
+            if (build == "parentheses") d.version.buildInParentheses = true;
+            else if (!build.empty()) throw Refusal("build=\"" + build + "\" is not parentheses");
+            if (fallback == "majorMinor") d.version.fallback = VersionSource::Fallback::MajorMinor;
+            else if (fallback == "packed") d.version.fallback = VersionSource::Fallback::Packed;
+            else if (!fallback.empty()) throw Refusal("fallback=\"" + fallback + "\" is not majorMinor or packed");
+            if ((d.version.buildInParentheses || d.version.fallback != VersionSource::Fallback::None) && d.version.packed)
+                throw Refusal("build and fallback go with a text version, not form=\"packed\"");
             if (!d.version.pattern.empty()) {
                 const size_t at = d.version.pattern.find("{version}");
                 if (d.version.packed || at == std::string::npos ||
@@ -226,6 +247,9 @@ ProductUpdate readUpdate(Object& node) {
     if (children.size() != 1 || nameOf(children[0]) != "installer") throw Refusal("<update> holds one <installer>");
     Object& in = children[0];
     Installer& i = u.installer;
+    const std::string scope = attr(in, "scope");
+    if (scope == "user") i.scope = Installer::Scope::User;
+    else if (!scope.empty() && scope != "machine") throw Refusal("installer scope=\"" + scope + "\" is not machine or user");
     i.name = required(in, "name");
     if (!isInstallerName(i.name)) throw Refusal("installer name \"" + i.name + "\" would not stay in its folder");
     i.size = readSize(required(in, "size"));
@@ -237,6 +261,8 @@ ProductUpdate readUpdate(Object& node) {
     const std::string scheme = LCase(i.url.substr(0, 8));
     if (scheme.rfind("http://", 0) != 0 && scheme.rfind("https://", 0) != 0)
         throw Refusal("url \"" + i.url + "\" is not http or https");
+    if (std::any_of(i.url.begin(), i.url.end(), [](char c) { return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F; }))
+        throw Refusal("url holds a blank or a control character: write it %-encoded");
     return u;
 }
 
@@ -266,6 +292,12 @@ Product readProduct(Object& node) {
     }
     if (!detections) throw Refusal("no <uninstall> or <key> says where the product shows");
     if (!updates) throw Refusal("no <update>");
+    // A detection that cannot see what the installer writes would find the
+    // product old after every install: the same installer needed forever.
+    const bool userInstaller = p.update.installer.scope == Installer::Scope::User;
+    if (userInstaller != (p.detect.scope == Detection::Scope::Users))
+        throw Refusal(userInstaller ? "a per-user installer (scope=\"user\") with a detection of the machine: it cannot see the update"
+                                    : "a machine-wide installer with a detection in the users' hives (scope=\"users\"): it cannot see the update");
     return p;
 }
 

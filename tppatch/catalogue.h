@@ -28,6 +28,8 @@ struct ValueTest {
     std::string value;  // the value's name ("" is the default value)
     Kind kind = Kind::Text;
     TextTest text;       // Kind::Text
+    bool negated = false;    // Kind::Text: "isNot", the text is not the value's
+    bool orMissing = false;  // a missing value holds too ("isNot", orMissing="yes")
     Op op = Op::Eq;      // Kind::Dword, Kind::Version
     uint32_t dword = 0;
     ProductVersion version;
@@ -37,6 +39,10 @@ struct VersionSource {
     std::string value;
     bool packed = false;  // a DWORD 0xMMmmBBBB, as Windows Installer's "Version"
     std::string pattern;  // a "like" pattern with one "{version}"; empty: the whole value
+    bool buildInParentheses = false;  // "1.2.3 (build 4567)" is 1.2.3.4567
+    // Where the value is missing: VersionMajor.VersionMinor, or the packed Version DWORD.
+    enum class Fallback { None, MajorMinor, Packed };
+    Fallback fallback = Fallback::None;
 };
 
 struct Detection {
@@ -54,6 +60,10 @@ struct Detection {
 };
 
 struct Installer {
+    // Where the installer puts the product: for the computer, or for the user
+    // who runs it. The detection must look there, or the update never shows.
+    enum class Scope { Machine, User };
+    Scope scope = Scope::Machine;
     std::string name;  // in Components\Appcomp and on the gateway
     uint64_t size = 0;
     std::string md5;     // lower-case hex

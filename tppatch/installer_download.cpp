@@ -80,6 +80,15 @@ InstallerOutcome download(size_t index, const Product& p) {
     return out;
 }
 
+// A product that could not be assessed whole keeps the installer an earlier
+// pass verified: a user who was away tonight may need it tomorrow.
+void keepVerified(const Product& p) {
+    const std::string target = InstallerFolder() + "\\" + p.update.installer.name;
+    if (!platform::files().fileExists(target) || !fncCompareInstaller(target, expectedOf(p.update.installer)).empty()) return;
+    log("INFO", "Installer kept: the product could not be assessed for every user", target, p.update.id);
+    subWriteDownloadURL(target);
+}
+
 }  // namespace
 
 std::string InstallerFolder() { return ComponentsFolder() + "Appcomp"; }
@@ -88,6 +97,7 @@ std::vector<InstallerOutcome> DownloadInstallers(const Catalogue& catalogue, con
     std::vector<InstallerOutcome> outcomes;
     bool lowDisk = false;
     for (const ProductFinding& f : findings) {
+        if (f.state == ProductState::HiveUnreadable) resumeNext([&] { keepVerified(catalogue.products[f.product]); });
         if (f.state != ProductState::UpdateNeeded) continue;
         const Product& p = catalogue.products[f.product];
         InstallerOutcome out;

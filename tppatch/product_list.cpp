@@ -12,6 +12,7 @@
 #include "tppatch/assessment.h"
 #include "tppatch/catalogue.h"
 #include "tppatch/installer_download.h"
+#include "tppatch/log_text.h"
 #include "tppatch/update_record.h"
 
 namespace kpm {
@@ -87,9 +88,9 @@ void subAutoDeployment() {
             return;
         }
         for (const auto& refused : catalogue.refused)
-            WriteW3CLog(module, proc, "ERROR", "Product list entry refused", refused);
+            WriteW3CLog(module, proc, "ERROR", "Product list entry refused", LogText(refused));
         WriteW3CLog(module, proc, "INFO", "Product list read", "vendors: " + std::to_string(catalogue.vendors.size()),
-                    "products: " + std::to_string(catalogue.products.size()), vendors);
+                    "products: " + std::to_string(catalogue.products.size()), LogText(vendors));
         const std::vector<bool> selected = SelectVendors(catalogue, vendors);
         const std::vector<ProductFinding> findings = AssessProducts(catalogue, selected);
         const std::vector<InstallerOutcome> outcomes = DownloadInstallers(catalogue, findings);

@@ -67,9 +67,19 @@ void WriteUpdateRecord(const Catalogue& catalogue, const std::vector<ProductFind
                    (o.why.empty() ? "" : attr("why", o.why)) + attr("found", found) + "/>\r\n";
         }
         for (const auto& f : findings) {
-            if (f.state != ProductState::Unknown && f.state != ProductState::Failed) continue;
+            if (f.state == ProductState::Conflicting) {
+                // Nothing downloaded: the deployment step sees both installs and leaves them be.
+                const Product& p = catalogue.products[f.product];
+                xml += "  <conflict" + attr("vendor", catalogue.vendors[p.vendor].id) + attr("product", p.id) +
+                       attr("update", p.update.id) + attr("found", f.where) + attr("newer", f.other) +
+                       attr("reason", f.evidence) + "/>\r\n";
+                continue;
+            }
+            if (f.state != ProductState::Unknown && f.state != ProductState::Failed && f.state != ProductState::HiveUnreadable)
+                continue;
             const Product& p = catalogue.products[f.product];
-            xml += std::string("  <") + (f.state == ProductState::Unknown ? "unknown" : "failed") +
+            xml += std::string("  <") +
+                   (f.state == ProductState::Unknown ? "unknown" : f.state == ProductState::Failed ? "failed" : "unreadable") +
                    attr("vendor", catalogue.vendors[p.vendor].id) + attr("product", p.id) + attr("found", f.where) +
                    attr("reason", f.evidence) + "/>\r\n";
         }

@@ -16,6 +16,25 @@ int compareDigits(const std::string& a, const std::string& b) {
     return a.compare(b) < 0 ? -1 : a.compare(b) > 0 ? 1 : 0;
 }
 
+// Words that name a version before its release: "2.0 RC1" comes before
+// "2.0". In alphabetical order they are also in order of maturity.
+bool isPreRelease(const ProductVersion::Run& run) {
+    if (run.digits) return false;
+    for (const char* word : {"alpha", "beta", "pre", "preview", "rc"})
+        if (run.text == word) return true;
+    return false;
+}
+
+// A separator between two numbers of the core: a dot, or a comma with
+// blanks after it ("9, 5, 0, 0", as some installers write FILEVERSION).
+size_t separatorAt(std::string_view text, size_t i) {
+    if (i >= text.size()) return 0;
+    size_t n = 0;
+    if (text[i] == '.') n = 1;
+    else if (text[i] == ',') for (n = 1; i + n < text.size() && text[i + n] == ' ';) ++n;
+    return n && i + n < text.size() && isDigit(text[i + n]) ? n : 0;
+}
+
 }  // namespace
 
 std::optional<ProductVersion> ParseVersion(std::string_view text) {
@@ -34,8 +53,8 @@ std::optional<ProductVersion> ParseVersion(std::string_view text) {
             n = n * 10 + digit;
         }
         v.core.push_back(n);
-        if (i + 1 < text.size() && text[i] == '.' && isDigit(text[i + 1])) {
-            ++i;
+        if (const size_t n = separatorAt(text, i)) {
+            i += n;
             continue;
         }
         break;
@@ -73,8 +92,13 @@ int CompareVersions(const ProductVersion& a, const ProductVersion& b) {
         const int c = x.digits ? compareDigits(x.text, y.text) : x.text.compare(y.text);
         if (c != 0) return c < 0 ? -1 : 1;
     }
-    // A suffix that goes on after the other ended is newer.
-    if (a.suffix.size() != b.suffix.size()) return a.suffix.size() < b.suffix.size() ? -1 : 1;
+    // A suffix that goes on after the other ended is newer, unless it goes on
+    // with a pre-release word.
+    if (a.suffix.size() != b.suffix.size()) {
+        const bool aLonger = a.suffix.size() > b.suffix.size();
+        const bool pre = isPreRelease(aLonger ? a.suffix[b.suffix.size()] : b.suffix[a.suffix.size()]);
+        return aLonger != pre ? 1 : -1;
+    }
     return 0;
 }
 

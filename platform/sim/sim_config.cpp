@@ -187,6 +187,18 @@ MachineConfig loadMachineConfig(const std::filesystem::path& iniFile, const std:
         c.classes.emplace(lower(e->key), s);
     }
 
+    for (const auto* e : r.section("Hives")) {
+        if (!iequals(e->value, "locked"))
+            Reader::fail(e->line, "[Hives] " + e->key + "=" + e->value + " must be locked");
+        c.lockedHives.push_back(lower(e->key));
+    }
+
+    for (const auto* e : r.section("DeniedKeys")) {
+        if (!iequals(e->value, "denied"))
+            Reader::fail(e->line, "[DeniedKeys] " + e->key + "=" + e->value + " must be denied");
+        c.deniedKeys.push_back(lower(e->key));
+    }
+
     for (const auto* e : r.section("Network")) {
         std::string error, to = e->value;
         if (to.rfind("site:", 0) == 0) {

@@ -45,6 +45,12 @@ struct MachineConfig {
     std::map<char, DriveSpace> drives;    // drive letter (upper case) -> space
     std::map<std::string, ClassState> classes;  // key: ProgID in lower case
 
+    // [Hives]: hive files another process holds open (Windows path in lower
+    // case): loading one fails with a sharing violation.
+    std::vector<std::string> lockedHives;
+    // [DeniedKeys]: keys whose ACL shuts the program out ("HKLM\\PATH" as
+    // stored, Wow6432Node spelt, in lower case): opening one fails with 5.
+    std::vector<std::string> deniedKeys;
     standins::NetworkMap network;  // [Network]: where URL hosts go
     unsigned pollWaitMs = 1000;    // [Downloads] PollWaitMs
     unsigned stallSeconds = 30;    // [Downloads] StallSeconds

@@ -49,6 +49,7 @@ std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenO
                            ":, which has no folder drives/" + drive);
 
     impl->registry = std::make_unique<SimRegistry>(s, s.folder / "registry.reg");
+    impl->registry->setHostPaths([files = impl->files.get()](std::string_view path) { return files->hostPath(path); });
     impl->profile = std::make_unique<SimProfile>(s, *impl->files);
     DateTime start = options.now ? *options.now : s.config.now ? *s.config.now : hostLocalTime();
     impl->clock = std::make_unique<SimClock>(s.config, start, options.frozenClock);

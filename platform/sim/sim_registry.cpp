@@ -495,16 +495,20 @@ class SimRegKey : public RegKey {
 public:
     SimRegKey(SimRegistry& reg, Hive hive, std::vector<std::string> path, uint32_t access,
               RegView view)
-        : reg_(reg), hive_(hive), path_(std::move(path)), access_(grantedAccess(access)), view_(view) {}
+        : reg_(reg), doc_(reg.document()), hive_(hive), path_(std::move(path)), access_(grantedAccess(access)), view_(view) {}
+    // A key of a loaded user hive: read only, never written to registry.reg.
+    SimRegKey(SimRegistry& reg, RegDocument& hiveDoc, std::vector<std::string> path, uint32_t access)
+        : reg_(reg), doc_(hiveDoc), hive_(Hive::CurrentUser), path_(std::move(path)),
+          access_(grantedAccess(access) & regaccess::Read), view_(RegView::Default), loaded_(true) {}
 
     long queryValue(std::string_view name, RegValue& out) override {
         if (!(access_ & regaccess::QueryValue)) return regerr::AccessDenied;
-        return reg_.document().findValue(hive_, path_, name, out) ? regerr::Success
+        return doc_.findValue(hive_, path_, name, out) ? regerr::Success
                                                                   : regerr::FileNotFound;
     }
 
     long setValue(std::string_view name, const RegValue& value) override {
-        if (!(access_ & regaccess::SetValue)) return regerr::AccessDenied;
+        if (!(access_ & regaccess::SetValue) || loaded_) return regerr::AccessDenied;
         if (name.size() > 16383) return regerr::InvalidParameter;
         reg_.document().setValue(hive_, path_, name, value);
         return reg_.save() ? regerr::Success : kIoFailed;
@@ -512,7 +516,7 @@ public:
 
     long createSubKey(std::string_view name, std::unique_ptr<RegKey>& out) override {
         constexpr uint32_t kCreateSubKey = 0x0004;
-        if (!(access_ & kCreateSubKey)) return regerr::AccessDenied;
+        if (!(access_ & kCreateSubKey) || loaded_) return regerr::AccessDenied;
         std::vector<std::string> rel;
         if (!SimRegistry::splitPath(name, rel)) return regerr::InvalidParameter;
         std::vector<std::string> full = path_;
@@ -531,7 +535,10 @@ public:
         // The names as they were when the enumeration began, as a caller
         // walking the indexes of an unchanged key sees them.
         if (index == 0 || !listed_) {
-            subKeys_ = reg_.document().subKeys(hive_, path_);
+            subKeys_ = doc_.subKeys(hive_, path_);
+            // The loaded hives are HKEY_USERS' subkeys too.
+            if (hive_ == Hive::Users && path_.empty() && !loaded_)
+                for (const auto& name : reg_.loadedHives()) subKeys_.push_back(name);
             listed_ = true;
         }
         if (index >= subKeys_.size()) return regerr::NoMoreItems;
@@ -543,12 +550,14 @@ public:
 
 private:
     SimRegistry& reg_;
+    RegDocument& doc_;
     Hive hive_;
     std::vector<std::string> path_;
     uint32_t access_;
     RegView view_;
     std::vector<std::string> subKeys_;
     bool listed_ = false;
+    bool loaded_ = false;
 };
 
 }  // namespace
@@ -584,23 +593,68 @@ bool SimRegistry::splitPath(std::string_view path, std::vector<std::string>& out
     }
 }
 
+namespace {
+
+// The class registrations: they keep a 32-bit view of their own wherever
+// the classes are shared.
+bool isClassRegistration(const std::string& name) {
+    static constexpr const char* kRedirected[] = {"CLSID", "Interface", "DirectShow", "Media Type", "MediaFoundation"};
+    for (const char* kin : kRedirected)
+        if (iequals(name, kin)) return true;
+    return false;
+}
+
+// The keys below HKLM\SOFTWARE that Windows 7 and later share between the
+// two views (Microsoft's "Registry Keys Affected by WOW64").
+bool sharedBetweenViews(const std::vector<std::string>& path) {
+    static constexpr const char* kShared[] = {
+        "Classes", "Clients", "Policies", "RegisteredApplications",
+        "Microsoft\\COM3", "Microsoft\\Cryptography\\Calais\\Current", "Microsoft\\Cryptography\\Calais\\Readers",
+        "Microsoft\\Cryptography\\Services", "Microsoft\\CTF\\SystemShared", "Microsoft\\CTF\\TIP", "Microsoft\\DFS",
+        "Microsoft\\Driver Signing", "Microsoft\\EnterpriseCertificates", "Microsoft\\EventSystem", "Microsoft\\MSMQ",
+        "Microsoft\\Non-Driver Signing", "Microsoft\\Notepad\\DefaultFonts", "Microsoft\\OLE", "Microsoft\\RAS",
+        "Microsoft\\RPC", "Microsoft\\Shared Tools\\MSInfo", "Microsoft\\SystemCertificates",
+        "Microsoft\\TermServLicensing", "Microsoft\\TransactionServer",
+        "Microsoft\\Windows\\CurrentVersion\\App Paths", "Microsoft\\Windows\\CurrentVersion\\Control Panel\\Cursors\\Schemes",
+        "Microsoft\\Windows\\CurrentVersion\\Explorer\\AutoplayHandlers", "Microsoft\\Windows\\CurrentVersion\\Explorer\\DriveIcons",
+        "Microsoft\\Windows\\CurrentVersion\\Explorer\\KindMap", "Microsoft\\Windows\\CurrentVersion\\Group Policy",
+        "Microsoft\\Windows\\CurrentVersion\\Policies", "Microsoft\\Windows\\CurrentVersion\\PreviewHandlers",
+        "Microsoft\\Windows\\CurrentVersion\\Setup", "Microsoft\\Windows\\CurrentVersion\\Telephony",
+        "Microsoft\\Windows NT\\CurrentVersion\\Console", "Microsoft\\Windows NT\\CurrentVersion\\FontDpi",
+        "Microsoft\\Windows NT\\CurrentVersion\\FontLink", "Microsoft\\Windows NT\\CurrentVersion\\FontMapper",
+        "Microsoft\\Windows NT\\CurrentVersion\\Fonts", "Microsoft\\Windows NT\\CurrentVersion\\FontSubstitutes",
+        "Microsoft\\Windows NT\\CurrentVersion\\Gre_Initialize", "Microsoft\\Windows NT\\CurrentVersion\\Image File Execution Options",
+        "Microsoft\\Windows NT\\CurrentVersion\\LanguagePack", "Microsoft\\Windows NT\\CurrentVersion\\NetworkCards",
+        "Microsoft\\Windows NT\\CurrentVersion\\Perflib", "Microsoft\\Windows NT\\CurrentVersion\\Ports",
+        "Microsoft\\Windows NT\\CurrentVersion\\Print", "Microsoft\\Windows NT\\CurrentVersion\\ProfileList",
+        "Microsoft\\Windows NT\\CurrentVersion\\Time Zones"};
+    for (const char* shared : kShared) {
+        std::vector<std::string> parts;
+        SimRegistry::splitPath(shared, parts);
+        if (path.size() < parts.size() + 1) continue;
+        bool same = true;
+        for (size_t i = 0; i < parts.size() && same; ++i) same = iequals(path[i + 1], parts[i]);
+        if (same) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 std::vector<std::string> SimRegistry::redirect(Hive hive, std::vector<std::string> path,
                                                RegView view) const {
     if (view == RegView::View64 || !is64BitOS() || path.empty()) return path;
     if (hive == Hive::LocalMachine && iequals(path[0], "SOFTWARE") &&
-        !(path.size() > 1 && iequals(path[1], "Wow6432Node")))
-        path.insert(path.begin() + 1, "Wow6432Node");
+        !(path.size() > 1 && iequals(path[1], "Wow6432Node"))) {
+        if (!sharedBetweenViews(path)) {
+            path.insert(path.begin() + 1, "Wow6432Node");
+        } else if (path.size() > 2 && iequals(path[1], "Classes") && isClassRegistration(path[2])) {
+            path.insert(path.begin() + 2, "Wow6432Node");
+        }
+    }
     // Under the classes root the class registrations have a 32-bit view of
     // their own (what a 32-bit regsvr32 writes); ProgIDs are shared.
-    if (hive == Hive::ClassesRoot) {
-        static constexpr const char* kRedirected[] = {"CLSID", "Interface", "DirectShow", "Media Type",
-                                                      "MediaFoundation"};
-        for (const char* name : kRedirected)
-            if (iequals(path[0], name)) {
-                path.insert(path.begin(), "Wow6432Node");
-                break;
-            }
-    }
+    if (hive == Hive::ClassesRoot && isClassRegistration(path[0])) path.insert(path.begin(), "Wow6432Node");
     return path;
 }
 
@@ -608,8 +662,22 @@ long SimRegistry::openKey(Hive hive, std::string_view path, uint32_t access, Reg
                           std::unique_ptr<RegKey>& out) {
     std::vector<std::string> parts;
     if (!splitPath(path, parts)) return regerr::InvalidParameter;
+    if (LoadedHive* loaded = hive == Hive::Users && !parts.empty() ? findLoaded(parts[0]) : nullptr) {
+        parts.erase(parts.begin());
+        if (!loaded->doc.keyExists(Hive::CurrentUser, parts)) return regerr::FileNotFound;
+        out = std::make_unique<SimRegKey>(*this, loaded->doc, std::move(parts), access);
+        return regerr::Success;
+    }
     parts = redirect(hive, std::move(parts), view);
     if (!doc_.keyExists(hive, parts)) return regerr::FileNotFound;
+    if (!state_.config.deniedKeys.empty()) {
+        static constexpr const char* kAbbrev[] = {"hkcr", "hkcu", "hklm", "hku"};  // in Hive's order
+        std::string name = kAbbrev[static_cast<int>(hive)];
+        for (const auto& p : parts) name += "\\" + p;
+        for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        for (const auto& denied : state_.config.deniedKeys)
+            if (denied == name) return regerr::AccessDenied;
+    }
     // MAXIMUM_ALLOWED grants what the caller may have: everything, on a machine without ACLs.
     if (access & regaccess::MaximumAllowed) access = regaccess::AllAccess;
     out = std::make_unique<SimRegKey>(*this, hive, std::move(parts), access, view);
@@ -620,10 +688,67 @@ long SimRegistry::createKey(Hive hive, std::string_view path, RegView view,
                             std::unique_ptr<RegKey>& out) {
     std::vector<std::string> parts;
     if (!splitPath(path, parts)) return regerr::InvalidParameter;
+    if (hive == Hive::Users && !parts.empty() && findLoaded(parts[0])) return regerr::AccessDenied;
     parts = redirect(hive, std::move(parts), view);
     if (doc_.createKey(hive, parts) && !save()) return SimRegKey::kIoFailed;
     out = std::make_unique<SimRegKey>(*this, hive, std::move(parts), regaccess::AllAccess, view);
     return regerr::Success;
+}
+
+SimRegistry::LoadedHive* SimRegistry::findLoaded(std::string_view name) {
+    for (auto& h : loaded_)
+        if (iequals(h->name, name)) return h.get();
+    return nullptr;
+}
+
+std::vector<std::string> SimRegistry::loadedHives() const {
+    std::vector<std::string> names;
+    for (const auto& h : loaded_) names.push_back(h->name);
+    return names;
+}
+
+long SimRegistry::loadUserHive(std::string_view name, std::string_view file) {
+    std::vector<std::string> parts;
+    if (!splitPath(name, parts) || parts.size() != 1) return regerr::InvalidParameter;
+    if (findLoaded(name) || doc_.keyExists(Hive::Users, parts)) return regerr::AccessDenied;
+    std::string lowerFile(file);
+    for (char& c : lowerFile) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const auto& locked : state_.config.lockedHives)
+        if (locked == lowerFile) return regerr::SharingViolation;
+    for (const auto& h : loaded_)
+        if (iequals(h->file, file)) return regerr::SharingViolation;
+    std::filesystem::path host;
+    try {
+        if (!hostPath_) return regerr::FileNotFound;
+        host = hostPath_(file);
+    } catch (const MachineError&) {
+        return regerr::FileNotFound;
+    }
+    std::error_code ec;
+    if (!std::filesystem::is_regular_file(host, ec)) return regerr::FileNotFound;
+    std::ifstream in(host, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (!in) return regerr::BadDatabase;
+    auto hive = std::make_unique<LoadedHive>();
+    hive->name = std::string(name);
+    hive->file = std::string(file);
+    try {
+        hive->doc = RegDocument::parse(text.str());
+    } catch (const MachineError&) {
+        return regerr::BadDatabase;  // what Windows says of a file that is no hive
+    }
+    loaded_.push_back(std::move(hive));
+    return regerr::Success;
+}
+
+long SimRegistry::unloadUserHive(std::string_view name) {
+    for (auto it = loaded_.begin(); it != loaded_.end(); ++it)
+        if (iequals((*it)->name, name)) {
+            loaded_.erase(it);
+            return regerr::Success;
+        }
+    return regerr::FileNotFound;
 }
 
 bool SimRegistry::save() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -89,6 +90,13 @@ public:
                  std::unique_ptr<RegKey>& out) override;
     long createKey(Hive hive, std::string_view path, RegView view,
                    std::unique_ptr<RegKey>& out) override;
+    // A user's hive file holds .reg text whose keys are under
+    // HKEY_CURRENT_USER; loaded, it is read only and never written back.
+    long loadUserHive(std::string_view name, std::string_view file) override;
+    long unloadUserHive(std::string_view name) override;
+    // Where a Windows path is in the machine folder (the machine's files).
+    void setHostPaths(std::function<std::filesystem::path(std::string_view)> hostPath) { hostPath_ = std::move(hostPath); }
+    std::vector<std::string> loadedHives() const;
 
     // Used by the open keys.
     RegDocument& document() { return doc_; }
@@ -104,9 +112,17 @@ public:
                                       RegView view) const;
 
 private:
+    struct LoadedHive {
+        std::string name, file;
+        RegDocument doc;
+    };
+    LoadedHive* findLoaded(std::string_view name);
+
     MachineState& state_;
     std::filesystem::path file_;
     RegDocument doc_;
+    std::vector<std::unique_ptr<LoadedHive>> loaded_;
+    std::function<std::filesystem::path(std::string_view)> hostPath_;
 };
 
 }  // namespace platform::sim

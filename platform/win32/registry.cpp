@@ -67,11 +67,16 @@ public:
     }
 
     long enumSubKey(uint32_t index, std::string& name) override {
-        char buf[256];  // a key name has at most 255 characters
-        DWORD size = sizeof buf;
-        LONG r = RegEnumKeyExA(key_.get(), index, buf, &size, nullptr, nullptr, nullptr, nullptr);
-        if (r == ERROR_SUCCESS) name.assign(buf, size);
-        return r;
+        // A key name has at most 255 characters, which in a double-byte or
+        // UTF-8 code page are more bytes than 256: grow until it fits.
+        std::vector<char> buf(256);
+        while (true) {
+            DWORD size = static_cast<DWORD>(buf.size());
+            LONG r = RegEnumKeyExA(key_.get(), index, buf.data(), &size, nullptr, nullptr, nullptr, nullptr);
+            if (r == ERROR_SUCCESS) name.assign(buf.data(), size);
+            if (r != ERROR_MORE_DATA || buf.size() >= 4096) return r;
+            buf.resize(buf.size() * 2);
+        }
     }
 
     // RegCreateKeyA: creates every missing key of `path` below `parent`.
@@ -90,6 +95,35 @@ private:
     REGSAM view_;
 };
 
+// RegLoadKey and RegUnLoadKey need SeRestorePrivilege and SeBackupPrivilege
+// enabled in the caller's token (SYSTEM holds both, disabled). Enabled once;
+// ERROR_PRIVILEGE_NOT_HELD when the token does not hold them.
+long enableHivePrivileges() {
+    static long result = -1;
+    if (result != -1) return result;
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token))
+        return result = static_cast<long>(GetLastError());
+    result = ERROR_SUCCESS;
+    for (const char* name : {"SeRestorePrivilege", "SeBackupPrivilege"}) {
+        TOKEN_PRIVILEGES tp{};
+        tp.PrivilegeCount = 1;
+        tp.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+        if (!LookupPrivilegeValueA(nullptr, name, &tp.Privileges[0].Luid) ||
+            !AdjustTokenPrivileges(token, FALSE, &tp, sizeof tp, nullptr, nullptr)) {
+            result = static_cast<long>(GetLastError());
+            break;
+        }
+        // AdjustTokenPrivileges succeeds without enabling what the token lacks.
+        if (GetLastError() == ERROR_NOT_ALL_ASSIGNED) {
+            result = ERROR_PRIVILEGE_NOT_HELD;
+            break;
+        }
+    }
+    CloseHandle(token);
+    return result;
+}
+
 class Win32Registry final : public Registry {
 public:
     long openKey(Hive hive, std::string_view path, uint32_t access, RegView view,
@@ -104,6 +138,18 @@ public:
 
     long createKey(Hive hive, std::string_view path, RegView view, std::unique_ptr<RegKey>& out) override {
         return Win32RegKey::create(rootOf(hive), path, viewFlag(view), out);
+    }
+
+    long loadUserHive(std::string_view name, std::string_view file) override {
+        if (long r = enableHivePrivileges(); r != ERROR_SUCCESS) return r;
+        const std::string n(name), f(file);
+        return RegLoadKeyA(HKEY_USERS, n.c_str(), f.c_str());
+    }
+
+    long unloadUserHive(std::string_view name) override {
+        if (long r = enableHivePrivileges(); r != ERROR_SUCCESS) return r;
+        const std::string n(name);
+        return RegUnLoadKeyA(HKEY_USERS, n.c_str());
     }
 };
 

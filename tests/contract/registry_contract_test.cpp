@@ -218,4 +218,45 @@ TEST_F(Registry, SubkeysAreListedByIndexInTheViewThatOpenedTheKey) {
     EXPECT_TRUE(any) << "HKEY_USERS lists at least one hive";
 }
 
+// Windows 7 and later share some keys below HKLM\\SOFTWARE between the two
+// views, SOFTWARE\\Classes among them; the class registrations below it
+// (CLSID and its kin) keep a 32-bit view of their own.
+TEST_F(Registry, SharedKeysAreOneKeyInBothViews) {
+    const std::string rest = hklmPath().substr(std::string("SOFTWARE\\").size());
+    const std::string shared = "SOFTWARE\\Classes\\" + rest, clsid = "SOFTWARE\\Classes\\CLSID\\" + rest;
+    ASSERT_TRUE(create(Hive::LocalMachine, shared, RegView::View32));
+    ASSERT_TRUE(create(Hive::LocalMachine, clsid, RegView::View32));
+    std::unique_ptr<RegKey> k;
+    // Wine gives a 64-bit process's 32-bit view a SOFTWARE\\Classes of its own
+    // (docs/windows-build.md, "Where Wine is not Windows").
+    if (!env().underWine()) {
+        EXPECT_EQ(regerr::Success, open(Hive::LocalMachine, shared, RegView::View64, k));
+        EXPECT_EQ(regerr::FileNotFound, open(Hive::LocalMachine, "SOFTWARE\\Wow6432Node\\Classes\\" + rest, RegView::View64, k));
+    }
+    EXPECT_EQ(regerr::FileNotFound, open(Hive::LocalMachine, clsid, RegView::View64, k));
+    EXPECT_EQ(regerr::Success,
+              open(Hive::LocalMachine, "SOFTWARE\\Classes\\Wow6432Node\\CLSID\\" + rest, RegView::View64, k));
+}
+
+// A key's name of the registry's longest (255 characters) is listed whole;
+// a user hive whose file is not there is not loaded, and a name never
+// loaded is not unloaded (the third-party search loads the hives of users
+// who are not logged on).
+TEST_F(Registry, LongNamesAndUserHivesThatAreNotThere) {
+    const std::string longName(255, 'k');
+    auto parent = create(Hive::CurrentUser, env().keyPath());
+    ASSERT_TRUE(parent);
+    std::unique_ptr<RegKey> k;
+    ASSERT_EQ(regerr::Success, parent->createSubKey(longName, k));
+    ASSERT_EQ(regerr::Success, open(Hive::CurrentUser, env().keyPath(), RegView::Default, k));
+    std::string name;
+    ASSERT_EQ(regerr::Success, k->enumSubKey(0, name));
+    EXPECT_EQ(longName, name);
+
+    const std::string hive = env().folder() + "\\NTUSER.DAT";  // the folder is there, the file is not
+    EXPECT_EQ(regerr::FileNotFound, registry().loadUserHive("KPMContract_away", hive));
+    EXPECT_EQ(regerr::FileNotFound, open(Hive::Users, "KPMContract_away", RegView::Default, k));
+    EXPECT_EQ(regerr::FileNotFound, registry().unloadUserHive("KPMContract_never"));
+}
+
 }  // namespace

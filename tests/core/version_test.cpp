@@ -35,6 +35,17 @@ const Row kRows[] = {
     {"1.0-rc1", "1.0-rc01", '='},
     {"3.0.18 (x64)", "3.0.18", '>'},
     {"1.2.", "1.2", '='},                          // a dot with no number after it only separates
+    {"2.0 RC1", "2.0", '<'},                       // a pre-release word comes before the release
+    {"2.0-beta.2", "2.0-beta.10", '<'},
+    {"2.0-beta", "2.0-rc", '<'},                   // the words in order: alpha, beta, pre, preview, rc
+    {"2.0 Preview 3", "1.9", '>'},                 // still after the release before it
+    {"2.0.1-alpha", "2.0", '>'},
+    {"128.5.2esr", "128.5.2", '>'},                // other suffixes keep their order
+    {"2.47.1.windows.1", "2.47.1", '>'},
+    {"7.0.4-1", "7.0.4-rc1", '>'},
+    {"9, 5, 0, 0", "9.5", '='},                    // commas as separators, blanks after them
+    {"9,5,1", "9.5.0.1", '>'},
+    {"1.2,x", "1.2", '>'},                         // a comma before no number is a suffix
 };
 
 // Texts that are no version: never compared, the product is unknown.
