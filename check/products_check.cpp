@@ -1,12 +1,16 @@
 // The third-party product list in the program's Temp folder against the
 // selected vendors, and the web-post configuration the status posts need.
 #include "check/check_parts.h"
+
+#include <cstdint>
+
 #include "config/agent_settings.h"
 #include "config/ini.h"
 #include "driver/error_trap.h"
 #include "platform/errors.h"
 #include "platform/host.h"
 #include "tppatch/catalogue.h"
+#include "tppatch/list_signature.h"
 #include "tppatch/wildcard.h"
 #include "webpost/site_config.h"
 
@@ -28,6 +32,39 @@ std::vector<std::string> selectedNames(const std::string& selected) {
 // The list's own check: what ReadCatalogue refuses, and (where the list
 // carries them) its signature and validity. The signature check belongs to
 // the catalogue reader; this hook reports whatever that reader says.
+// Serial and dates against --now and the serial the agent last accepted, and
+// the signature when one lies beside the list (a pass checks it inside the
+// archive and copies only the two lists out of it). Nothing is recorded.
+void reportListValidity(Report& report, Section& out, const std::string& list, const std::string& path) {
+    std::string why;
+    const auto meta = ReadListMetadata(list, why);
+    if (!meta) {
+        out.add("validity", "unreadable: " + why);
+        report.warnings.push_back(path + ": a pass would refuse it: unreadable: " + why);
+        return;
+    }
+    out.add("serial, issued, valid until",
+            std::to_string(meta->serial) + ", " + meta->issued + ", " + meta->validUntil);
+    const std::string accepted = Trim(fncReadINI("Accepted", "Serial", ListRecordPath()));
+    out.add("highest serial accepted", accepted.empty() ? "none yet" : accepted);
+    uint64_t highest = 0;
+    for (char c : accepted) highest = c >= '0' && c <= '9' && highest < UINT64_MAX / 10 ? highest * 10 + (c - '0') : highest;
+    const platform::DateTime now = platform::clock().now();
+    const std::string stale = CheckListFreshness(*meta, now.year * 10000 + now.month * 100 + now.day, highest);
+    out.add("fresh", stale.empty() ? "yes" : "no: " + stale);
+    if (!stale.empty()) report.warnings.push_back(path + ": a pass would refuse it: " + stale);
+    const std::string signature = list + ".sig";
+    if (!platform::files().fileExists(signature)) {
+        out.add("signature", "not beside the list (a pass checks it inside pdlist.zip)");
+        return;
+    }
+    std::vector<std::string> problems;
+    const std::string bad = CheckListSignature(platform::files().readAll(list), platform::files().readAll(signature),
+                                               TrustedListKeys(problems));
+    out.add("signature", bad.empty() ? "verified" : "no: " + bad);
+    if (!bad.empty()) report.warnings.push_back(path + ": a pass would refuse it: " + bad);
+}
+
 void reportListOwnCheck(Report& report, Section& out, const Catalogue& catalogue) {
     out.add("vendors, products", std::to_string(catalogue.vendors.size()) + ", " +
                                      std::to_string(catalogue.products.size()));
@@ -61,6 +98,7 @@ void CheckProductList(Report& report, const std::string& selectedVendors) {
         return;
     }
     reportListOwnCheck(report, out, catalogue);
+    reportListValidity(report, out, shortPath, path);
     for (const auto& name : names) {
         std::string found;
         for (const auto& v : catalogue.vendors)

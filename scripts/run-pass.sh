@@ -14,7 +14,9 @@
 #   --sites DIR     one folder per site (its files are what the site serves);
 #                   default examples/demo-sites. A folder named X.zip is
 #                   served as the zip archive X.zip of its files. Optional
-#                   files beside the sites: faults.txt (kpm-sites --help) and
+#                   files beside the sites: faults.txt (kpm-sites --help),
+#                   tls.txt (SITE=HOST,... lines: those sites speak HTTPS, and
+#                   the machine finds their root as local-sites-ca.pem) and
 #                   proxy.ini ([Proxy] Credentials=USER:PASS). The LAN proxy
 #                   runs when machine.ini sends a host to site:proxy; it
 #                   reaches every host machine.ini maps to a site.
@@ -95,6 +97,17 @@ if grep -q '=[[:space:]]*site:proxy[[:space:]]*$' <<<"$network"; then
 fi
 fault_args=()
 [ -f "$sites/faults.txt" ] && fault_args=(--faults "$sites/faults.txt")
+# tls.txt beside the sites: "SITE=HOST,..." lines make those sites speak
+# HTTPS with certificates of the project's test authority (made in OUT), whose
+# root the machine finds as local-sites-ca.pem ([Certificates] Roots names it).
+if [ -f "$sites/tls.txt" ]; then
+    while IFS= read -r line; do
+        line=${line%$'\r'}
+        case "$line" in ''|'#'*) continue ;; esac
+        fault_args+=(--tls "$line")
+    done <"$sites/tls.txt"
+    fault_args+=(--authority "$out/authority")
+fi
 ports=$out/ports.txt
 rm -f "$ports"
 ${keep_sites:+setsid} "$bin/sites/kpm-sites" "${site_args[@]}" "${proxy_args[@]}" "${fault_args[@]}" \
@@ -103,6 +116,7 @@ server=$!
 [ -n "$keep_sites" ] || trap 'kill "$server" 2>/dev/null; wait "$server" 2>/dev/null || true' EXIT
 for _ in $(seq 100); do [ -s "$ports" ] && break; sleep 0.1; done
 [ -s "$ports" ] || { echo "== the sites server did not start:"; cat "$out/sites.out"; exit 1; }
+[ -f "$out/authority/ca.pem" ] && cp "$out/authority/ca.pem" "$machine/local-sites-ca.pem"
 for name in $(sed -n 's/^.*=[[:space:]]*site:\([A-Za-z0-9_.-]*\).*$/\1/p' <<<"$network" | sort -u); do
     grep -q "^$name=" "$ports" || echo "NOTE: machine.ini sends hosts to site '$name', which $sites_src does not have: they are unreachable"
 done
