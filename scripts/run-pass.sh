@@ -116,7 +116,12 @@ server=$!
 [ -n "$keep_sites" ] || trap 'kill "$server" 2>/dev/null; wait "$server" 2>/dev/null || true' EXIT
 for _ in $(seq 100); do [ -s "$ports" ] && break; sleep 0.1; done
 [ -s "$ports" ] || { echo "== the sites server did not start:"; cat "$out/sites.out"; exit 1; }
-[ -f "$out/authority/ca.pem" ] && cp "$out/authority/ca.pem" "$machine/local-sites-ca.pem"
+if [ -f "$out/authority/ca.pem" ]; then
+    # The machine trusts the local sites' root, as a computer its root store.
+    cp "$out/authority/ca.pem" "$machine/local-sites-ca.pem"
+    grep -qi '^[[:space:]]*\[Certificates\]' "$machine/machine.ini" ||
+        printf '\r\n[Certificates]\r\nRoots=local-sites-ca.pem\r\n' >>"$machine/machine.ini"
+fi
 for name in $(sed -n 's/^.*=[[:space:]]*site:\([A-Za-z0-9_.-]*\).*$/\1/p' <<<"$network" | sort -u); do
     grep -q "^$name=" "$ports" || echo "NOTE: machine.ini sends hosts to site '$name', which $sites_src does not have: they are unreachable"
 done

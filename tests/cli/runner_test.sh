@@ -16,7 +16,7 @@ log=$(find "$work/demo/drives" -name 'wppatchmanagementDownload_R1024_patchlog.l
 if [ -n "$log" ]; then
     last=$(tail -n 1 "$log" | tr -d '\r' | cut -f 2-)
     [ "$last" = "$(printf 'ModComman\tCloseAll\tINFO\tApplication stopped.\t\t\t')" ] || fail "last entry: $last"
-    grep -q "Selected vendors are : Mozilla,Adobe,Zoom,Notepad++ Team" "$log" || fail "third-party schedule not read"
+    grep -q "Selected vendors are : Mozilla,Adobe,Zoom,Notepad++ Team,7-Zip" "$log" || fail "third-party schedule not read"
 fi
 
 # 2. Passes that end before their log: exit code 0, no log, and one line on
