@@ -29,9 +29,6 @@ std::vector<std::string> selectedNames(const std::string& selected) {
     return names;
 }
 
-// The list's own check: what ReadCatalogue refuses, and (where the list
-// carries them) its signature and validity. The signature check belongs to
-// the catalogue reader; this hook reports whatever that reader says.
 // Serial and dates against --now and the serial the agent last accepted, and
 // the signature when one lies beside the list (a pass checks it inside the
 // archive and copies only the two lists out of it). Nothing is recorded.
@@ -45,10 +42,8 @@ void reportListValidity(Report& report, Section& out, const std::string& list, c
     }
     out.add("serial, issued, valid until",
             std::to_string(meta->serial) + ", " + meta->issued + ", " + meta->validUntil);
-    const std::string accepted = Trim(fncReadINI("Accepted", "Serial", ListRecordPath()));
-    out.add("highest serial accepted", accepted.empty() ? "none yet" : accepted);
-    uint64_t highest = 0;
-    for (char c : accepted) highest = c >= '0' && c <= '9' && highest < UINT64_MAX / 10 ? highest * 10 + (c - '0') : highest;
+    const uint64_t highest = HighestAcceptedSerial();
+    out.add("highest serial accepted", highest == 0 ? "none yet" : std::to_string(highest));
     const platform::DateTime now = platform::clock().now();
     const std::string stale = CheckListFreshness(*meta, now.year * 10000 + now.month * 100 + now.day, highest);
     out.add("fresh", stale.empty() ? "yes" : "no: " + stale);
@@ -65,6 +60,7 @@ void reportListValidity(Report& report, Section& out, const std::string& list, c
     if (!bad.empty()) report.warnings.push_back(path + ": a pass would refuse it: " + bad);
 }
 
+// The list's own check: the entries ReadCatalogue refuses.
 void reportListOwnCheck(Report& report, Section& out, const Catalogue& catalogue) {
     out.add("vendors, products", std::to_string(catalogue.vendors.size()) + ", " +
                                      std::to_string(catalogue.products.size()));

@@ -6,10 +6,16 @@ namespace standins {
 
 namespace {
 
+// The scheme of an absolute URL ("https"), lower case; empty for a relative
+// one, whose query may well hold "://" ("/dl?from=https://cdn/x").
 std::string schemeOf(const std::string& url) {
     const size_t sep = url.find("://");
-    std::string scheme = sep == std::string::npos ? "" : url.substr(0, sep);
-    for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (sep == std::string::npos || sep == 0 || !std::isalpha(static_cast<unsigned char>(url[0]))) return {};
+    std::string scheme = url.substr(0, sep);
+    for (char& c : scheme) {
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '+' && c != '-' && c != '.') return {};
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
     return scheme;
 }
 
@@ -20,7 +26,7 @@ bool isFollowedRedirect(long status) {
 }
 
 std::string resolveLocation(const std::string& base, const std::string& location) {
-    if (location.find("://") != std::string::npos) return location;
+    if (!schemeOf(location).empty()) return location;
     const std::string scheme = schemeOf(base);
     if (location.rfind("//", 0) == 0) return scheme + ":" + location;
     const size_t authority = base.find("://") == std::string::npos ? 0 : base.find("://") + 3;

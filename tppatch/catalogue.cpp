@@ -58,9 +58,11 @@ bool isHex(const std::string& s, size_t digits) {
     return s.size() == digits && std::all_of(s.begin(), s.end(), [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
 }
 
+}  // namespace
+
 // A name the installer may have in its folder: no folder of its own, nothing
 // Windows would read otherwise ("..", a device, a trailing dot or blank).
-bool isInstallerName(const std::string& name) {
+bool IsInstallerName(const std::string& name) {
     if (name.empty() || name.size() > 200 || name == "." || name == "..") return false;
     // "FIREFO~1.EXE" may be another file's short 8.3 alias.
     for (size_t tilde = name.find('~'); tilde != std::string::npos; tilde = name.find('~', tilde + 1))
@@ -76,6 +78,8 @@ bool isInstallerName(const std::string& name) {
                                                   "lpt4", "lpt5", "lpt6", "lpt7", "lpt8", "lpt9"};
     return !devices.count(stem);
 }
+
+namespace {
 
 uint64_t readSize(const std::string& text) {
     uint64_t n = 0;
@@ -251,7 +255,7 @@ ProductUpdate readUpdate(Object& node) {
     if (scope == "user") i.scope = Installer::Scope::User;
     else if (!scope.empty() && scope != "machine") throw Refusal("installer scope=\"" + scope + "\" is not machine or user");
     i.name = required(in, "name");
-    if (!isInstallerName(i.name)) throw Refusal("installer name \"" + i.name + "\" would not stay in its folder");
+    if (!IsInstallerName(i.name)) throw Refusal("installer name \"" + i.name + "\" would not stay in its folder");
     i.size = readSize(required(in, "size"));
     i.md5 = LCase(attr(in, "md5"));
     if (!isHex(i.md5, 32)) throw Refusal("the installer has no MD5 of 32 hex digits");

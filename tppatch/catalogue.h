@@ -101,6 +101,11 @@ struct Catalogue {
 // is not a product list of this format throws platform::ComError whose
 // description says why. A product or vendor that breaks a rule is left out
 // and named in `refused`.
+// A name an installer may have in its folder: no folder of its own, nothing
+// Windows would read otherwise ("..", a device, a trailing dot or blank, a
+// short-name alias).
+bool IsInstallerName(const std::string& name);
+
 Catalogue ReadCatalogue(const std::string& path);
 
 // "x86", "x64", "any"; "32-bit", "64-bit", "both".

@@ -12,6 +12,7 @@
 #include "mspatch/download_channels.h"
 #include "platform/host.h"
 #include "support/support_files.h"
+#include "tppatch/log_text.h"
 #include "tppatch/list_signature.h"
 
 namespace kpm {
@@ -76,14 +77,14 @@ TPDownloadResult takeListCopy(const std::string& url, const std::string& destina
         platform::files().makeSureDirectoryPathExists(into + "\\");
         std::string why;
         if (!fncUnzipArchive(destination, into, why)) {
-            log("ERROR", "Archive could not be unpacked", destination, why);
+            log("ERROR", "Archive could not be unpacked", destination, LogText(why));
             return failed("Archive could not be unpacked", why);
         }
         r.Extracted = true;
         std::string accepted;
         why = CheckProductList(into, accepted);
         if (!why.empty()) {
-            log("ERROR", "Product list refused: nothing of it is used", source, why);
+            log("ERROR", "Product list refused: nothing of it is used", source, LogText(why));
             resumeNext([&] { platform::files().deleteFile(into + "\\*.*"); });
             return failed("Product list refused", why);
         }
@@ -103,7 +104,13 @@ TPDownloadResult fetchList(const std::string& url, const std::string& fileName, 
         log("INFO", "Downloading file through GateWay", gateway);
         const std::string status = DownloadURL_File(gateway, destination);
         if (UCase(Trim(status)) == "SUCCESS") {
-            TPDownloadResult r = takeListCopy(url, destination, folder, gateway);
+            // Whatever the gateway's copy does, the URL's copy is still tried.
+            TPDownloadResult r;
+            try {
+                r = takeListCopy(url, destination, folder, gateway);
+            } catch (const std::exception& e) {
+                log("ERROR", "Product list refused: nothing of it is used", gateway, LogText(errFrom(e).description));
+            }
             if (r.Success) return r;
         } else {
             log("ERROR", "Download Failed through GateWay", gateway, status);
@@ -177,14 +184,14 @@ TPDownloadResult fetchVerified(const std::string& url, const std::string& folder
         JobFailure failure;
         // The download object stops a body that passes the list's size.
         if (!JobDownloadFile(url, staged, a.ProxyServer, credentials, failure, e.size)) {
-            log("ERROR", "Download Failed from the vendor", url, failure.status, failure.reason);
+            log("ERROR", "Download Failed from the vendor", url, failure.status, LogText(failure.reason));
             return failed("no channel brought it", url);
         }
         if (!keepIfVerified(staged, target, e, url)) return failed("what arrived did not match the product list", url);
         r.Channel = "vendor";
         r.FinalUrl = failure.url;  // where redirects led, after a success
     }
-    log("INFO", "Installer verified", target, checksText(e), r.FinalUrl.empty() ? "" : "from " + r.FinalUrl);
+    log("INFO", "Installer verified", target, checksText(e), r.FinalUrl.empty() ? "" : "from " + LogText(r.FinalUrl));
     subWriteDownloadURL(target);
     r.FilePath = target;
     r.Success = true;

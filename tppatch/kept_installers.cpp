@@ -30,7 +30,7 @@ bool expectedOf(platform::Object& update, TPExpectedFile& e) {
     e.md5 = LCase(attr(update, "md5"));
     e.sha256 = LCase(attr(update, "sha256"));
     const std::string size = attr(update, "size");
-    if (e.name.empty() || !IsSafeFileName(e.name) || e.md5.size() != 32 || size.empty() || size.size() > 19 ||
+    if (e.name.empty() || !IsInstallerName(e.name) || e.md5.size() != 32 || size.empty() || size.size() > 19 ||
         size.find_first_not_of("0123456789") != std::string::npos)
         return false;
     e.size = std::stoull(size);

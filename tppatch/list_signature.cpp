@@ -8,6 +8,7 @@
 #include "driver/error_trap.h"
 #include "platform/host.h"
 #include "platform/signatures.h"
+#include "tppatch/xml_guard.h"
 
 namespace kpm {
 
@@ -253,6 +254,10 @@ std::string CheckListFreshness(const ListMetadata& m, int32_t today, uint64_t hi
 
 std::string ListRecordPath() { return programFile("PDListRecord.ini"); }
 
+uint64_t HighestAcceptedSerial() {
+    return readSerial(Trim(fncReadINI("Accepted", "Serial", ListRecordPath()))).value_or(0);
+}
+
 std::string CheckProductList(const std::string& folder, std::string& accepted) {
     const std::string list = folder + "\\PDList.xml", sig = folder + "\\PDList.xml.sig";
     platform::FileSystem& files = platform::files();
@@ -261,6 +266,8 @@ std::string CheckProductList(const std::string& folder, std::string& accepted) {
     // The size first: a huge file is refused before it is read.
     if (const uint64_t size = files.fileSize(sig); size > kMaxSignatureFile)
         return "unreadable: PDList.xml.sig is " + std::to_string(size) + " bytes, not a signature";
+    if (const uint64_t size = files.fileSize(list); size > kMostProductListBytes)
+        return "unreadable: PDList.xml is " + std::to_string(size) + " bytes, more than a list holds";
     std::vector<std::string> keyProblems;
     const std::vector<TrustedKey> keys = TrustedListKeys(keyProblems);
     std::string why = CheckListSignature(files.readAll(list), files.readAll(sig), keys);
@@ -278,7 +285,7 @@ std::string CheckProductList(const std::string& folder, std::string& accepted) {
     if (hasAuOptions && files.sha256(auOptions) != m->auOptionsSha256)
         return "AUOptions.xml is not the one the list names";
     const std::string record = ListRecordPath();
-    const uint64_t highest = readSerial(Trim(fncReadINI("Accepted", "Serial", record))).value_or(0);
+    const uint64_t highest = HighestAcceptedSerial();
     const platform::DateTime now = platform::clock().now();
     why = CheckListFreshness(*m, now.year * 10000 + now.month * 100 + now.day, highest);
     if (!why.empty()) return why;

@@ -68,5 +68,7 @@ std::string CheckProductList(const std::string& folder, std::string& accepted);
 
 // The record of the highest serial accepted: program folder + "\PDListRecord.ini".
 std::string ListRecordPath();
+// The serial it holds; 0 when none (or not a serial).
+uint64_t HighestAcceptedSerial();
 
 }  // namespace kpm

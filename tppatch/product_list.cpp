@@ -36,7 +36,7 @@ void subXMLDownload() {
             PdListDownloadResult = fncDownloadTPMFile(downloadSite + "/wblist/pdlist.zip", temp);
             if (!PdListDownloadResult.Success) {
                 WriteW3CLog("ModTPM", "subXMLDownload", "ERROR", "PDList.zip Download Failed.",
-                            PdListDownloadResult.ErrorText1, PdListDownloadResult.ErrorText2);
+                            PdListDownloadResult.ErrorText1, LogText(PdListDownloadResult.ErrorText2));
                 KeepInstallersAlreadyThere();  // no list arrived: what one verified before stays
                 CloseAll();
             }

@@ -72,6 +72,16 @@ const std::vector<UserHive>& UserHives::list() {
     if (platform::registry().openKey(Hive::Users, "", platform::regaccess::Read, RegView::Default, root) ==
         platform::regerr::Success) {
         for (const auto& name : subKeys(*root)) {
+            // A hive mounted by a pass that was killed before it unloaded it
+            // stays mounted (Windows keeps it past the process): the user
+            // would then log on with a temporary profile.
+            if (LCase(name).rfind("kpmdwld_", 0) == 0) {
+                const long r = platform::registry().unloadUserHive(name);
+                WriteW3CLog(kModule, kProc, r == platform::regerr::Success ? "INFO" : "ERROR",
+                            "User hive left loaded by an earlier pass: unloaded", LogText(name),
+                            r == platform::regerr::Success ? "" : "error " + std::to_string(r));
+                continue;
+            }
             if (!isUserSid(name)) continue;
             users_.push_back({name, name, "", ""});
             loaded.insert(LCase(name));
@@ -113,7 +123,7 @@ UserHives::~UserHives() {
                 WriteW3CLog(kModule, kProc, "ERROR", "User hive could not be unloaded", user.sid, LogText(user.file),
                             "error " + std::to_string(r));
         } catch (...) {
-            // A destructor throws nothing: the hive goes with the process.
+            // A destructor throws nothing: a hive left loaded is unloaded by the next pass.
         }
     }
 }

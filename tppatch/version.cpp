@@ -25,8 +25,9 @@ bool isPreRelease(const ProductVersion::Run& run) {
     return false;
 }
 
-// A separator between two numbers of the core: a dot, or a comma with
-// blanks after it ("9, 5, 0, 0", as some installers write FILEVERSION).
+// A separator between two numbers of the core: a dot, or a comma with or
+// without blanks after it ("9, 5, 0, 0" and "9,5,0,0", as installers write
+// FILEVERSION).
 size_t separatorAt(std::string_view text, size_t i) {
     if (i >= text.size()) return 0;
     size_t n = 0;

@@ -15,6 +15,9 @@ size_t skipPast(std::string_view xml, size_t at, std::string_view close) {
 std::string HostileXmlReason(std::string_view xml, int mostDepth) {
     if (xml.size() > kMostProductListBytes)
         return "it holds " + std::to_string(xml.size()) + " bytes, more than " + std::to_string(kMostProductListBytes);
+    // Read as bytes, a UTF-16 or UTF-32 text would hide its declarations.
+    if (xml.find('\0') != std::string_view::npos || xml.starts_with("\xFE\xFF") || xml.starts_with("\xFF\xFE"))
+        return "it is not an 8-bit text (UTF-16 or a NUL byte)";
     int depth = 0;
     for (size_t at = xml.find('<'); at != std::string_view::npos; at = xml.find('<', at)) {
         const std::string_view rest = xml.substr(at);

@@ -242,6 +242,8 @@ TEST_F(Downloads, RedirectsAreFollowedFiveDeep) {
         {"one", "/r/one", true, site("/files/hello.txt"), ""},
         {"five", "/r/five", true, site("/files/hello.txt"), ""},
         {"none", "/files/hello.txt", true, "", ""},
+        // A relative Location whose query holds an address is still relative.
+        {"query", "/r/query", true, site("/files/hello.txt?from=https://cdn.example/x"), ""},
         // The system's URL download has a limit of its own: Wine's follows a
         // sixth redirect and never ends a loop.
         {"six", "/r/six", false, "", "more than 5 redirects, the last to "},

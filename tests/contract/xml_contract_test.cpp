@@ -149,6 +149,8 @@ TEST_F(Xml, TheProductListReaderRefusesHostileDocumentsAlike) {
          "<!DOCTYPE pdlist SYSTEM \"file:///C:/Windows/win.ini\"><pdlist format=\"1\"/>",
          "refused: it declares a document type (\"<!DOCTYPE\"), which a product list never holds"},
         {"deep", "<pdlist format=\"1\">" + deep + "</pdlist>", "refused: its elements nest deeper than 16 levels"},
+        {"utf-16", std::string("\xFF\xFE<\0!\0D\0O\0C\0T\0Y\0P\0E\0", 20),
+         "refused: it is not an 8-bit text (UTF-16 or a NUL byte)"},
     };
     for (const Case& c : cases) {
         files().writeAll(at("PDList.xml"), c.text);
