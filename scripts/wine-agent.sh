@@ -3,6 +3,24 @@
 # a prefix shares (install_standins and use_internet_proxy need $wine64 and
 # WINEPREFIX set).
 
+# boot_prefix: the first boot of $WINEPREFIX (its server already started by
+# the caller, or started here). A boot cut short leaves a prefix in which Wine
+# starts no program ("could not load kernel32.dll"): it is made again, up to
+# three times, so that one bad boot does not fail a whole step.
+boot_prefix() {
+  local try
+  for try in 1 2 3; do
+    "$wine64" wineboot --init >/dev/null 2>&1
+    "$wine64" cmd /c exit 0 >/dev/null 2>&1 && return 0
+    echo "wineboot of $WINEPREFIX, try $try: Wine starts no program in it; making it again"
+    "$wineserver" -k >/dev/null 2>&1 || true
+    rm -rf "$WINEPREFIX" && mkdir -p "$WINEPREFIX"
+    nice -n -10 "$wineserver" -p300 </dev/null >/dev/null 2>&1
+  done
+  echo "wineboot of $WINEPREFIX failed three times"
+  return 1
+}
+
 # install_standins STANDINS_DLL INSTALL_DIR INSTALL_WIN
 # The stand-in COM server registered from C:\KPMStandins (Windows' classes the
 # prefix lacks, and the rest), and copies of it under the maker's DLL names in

@@ -24,7 +24,7 @@ export WINEPREFIX=$work/prefix
 mkdir -p "$WINEPREFIX"
 "$wineserver" -p300 </dev/null >/dev/null 2>&1
 trap '"$wineserver" -k >/dev/null 2>&1 || true' EXIT
-"$wine64" wineboot --init >/dev/null 2>&1
+boot_prefix
 fingerprint() { (cd "$1" && find . -type f -print0 | sort -z | xargs -0 md5sum | md5sum); }
 
 failures=0 count=0 imported=""

@@ -39,7 +39,7 @@ install_rel='Program Files/VORN/VORNMobile'
 mkdir -p "$WINEPREFIX"
 nice -n -10 "$wineserver" -p300 </dev/null >/dev/null 2>&1
 trap '"$wineserver" -k >/dev/null 2>&1 || true' EXIT
-"$wine64" wineboot --init >/dev/null 2>&1
+boot_prefix
 # No site runs here: Wine's own HTTP stack goes to a closed loopback proxy,
 # so it never looks a name up and finds no Internet, as the simulated machine
 # finds none for a host its map does not name.

@@ -162,7 +162,7 @@ echo "== sites: gateway $gw, dc $dc, updates $upd"
 # DLL within the pass's one-second pause (see docs/windows-build.md).
 mkdir -p "$WINEPREFIX"
 nice -n -10 "$wineserver" -p300 </dev/null >/dev/null 2>&1
-"$wine64" wineboot --init >/dev/null 2>&1
+boot_prefix
 # The sites server's proxy as the computer's: it sends Microsoft's names to the
 # local "microsoft" site.
 use_internet_proxy "127.0.0.1:$px"

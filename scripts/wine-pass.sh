@@ -52,7 +52,7 @@ prepare() {
   # where allowed. A pass's own regsvr32 then starts fast (docs/windows-build.md).
   mkdir -p "$WINEPREFIX"
   nice -n -10 "$wineserver" -p300 </dev/null >/dev/null 2>&1
-  "$wine64" wineboot --init >/dev/null 2>&1
+  boot_prefix
   drive_c=$WINEPREFIX/drive_c
   install_win='C:\Program Files\VORN\VORNMobile'
   install=$drive_c/Program\ Files/VORN/VORNMobile
