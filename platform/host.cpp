@@ -41,6 +41,14 @@ RegValue RegValue::dword(uint32_t x) {
     return v;
 }
 
+bool RegValue::isText() const { return type == regtype::String || type == regtype::ExpandString; }
+
+std::string RegValue::text() const {
+    std::string s(data.begin(), data.end());
+    while (!s.empty() && s.back() == '\0') s.pop_back();
+    return s;
+}
+
 uint32_t RegValue::dwordValue() const {
     uint32_t n = 0;
     for (size_t i = 0; i < data.size() && i < 4; ++i) n |= uint32_t(data[i]) << (8 * i);

@@ -61,6 +61,10 @@ struct RegValue {
     // The number a DWORD's bytes hold: the first four, least significant
     // first; missing bytes count as zero, bytes past the fourth are ignored.
     uint32_t dwordValue() const;
+    // REG_SZ or REG_EXPAND_SZ.
+    bool isText() const;
+    // A string value's text, without its terminating NULs.
+    std::string text() const;
 };
 
 // An open key; closed when destroyed.

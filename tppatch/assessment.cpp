@@ -42,17 +42,6 @@ std::string trim(std::string_view s) {
 // a megabyte into their own hive, and a pattern's matching time grows with it.
 constexpr size_t kLongestMatched = 4096;
 
-bool isText(const RegValue& v) {
-    return v.type == platform::regtype::String || v.type == platform::regtype::ExpandString;
-}
-
-// A string value's text, without the terminating NULs.
-std::string textOf(const RegValue& v) {
-    std::string s(v.data.begin(), v.data.end());
-    while (!s.empty() && s.back() == '\0') s.pop_back();
-    return s;
-}
-
 std::string typeName(uint32_t type) {
     switch (type) {
     case platform::regtype::Binary: return "REG_BINARY";
@@ -83,13 +72,13 @@ bool holds(const ValueTest& t, const std::optional<RegValue>& v) {
     case ValueTest::Kind::Exists: return v.has_value();
     case ValueTest::Kind::Missing: return !v;
     case ValueTest::Kind::Text:
-        return (v && isText(*v) && v->data.size() <= kLongestMatched && t.text.Holds(textOf(*v))) != t.negated;
+        return (v && v->isText() && v->data.size() <= kLongestMatched && t.text.Holds(v->text())) != t.negated;
     case ValueTest::Kind::Dword:
         if (!v || v->type != platform::regtype::Dword) return false;
         return compared(v->dwordValue() < t.dword ? -1 : v->dwordValue() > t.dword ? 1 : 0, t.op);
     case ValueTest::Kind::Version: {
-        if (!v || !isText(*v)) return false;
-        auto version = ParseVersion(textOf(*v));
+        if (!v || !v->isText()) return false;
+        auto version = ParseVersion(v->text());
         return version && compared(CompareVersions(*version, t.version), t.op);
     }
     }
@@ -150,10 +139,10 @@ VersionRead readVersion(const VersionSource& source, const ValueLookup& value) {
     if (!v && source.fallback != VersionSource::Fallback::None) return fallbackVersion(source, value);
     if (!v) return {std::nullopt, name + " is missing"};
     if (source.packed) return packedVersion(name, *v);
-    if (!isText(*v)) return {std::nullopt, name + " is " + typeName(v->type) + ", not text"};
+    if (!v->isText()) return {std::nullopt, name + " is " + typeName(v->type) + ", not text"};
     if (v->data.size() > kLongestMatched)
         return {std::nullopt, name + " is " + std::to_string(v->data.size()) + " bytes long, not a version"};
-    const std::string text = textOf(*v);
+    const std::string text = v->text();
     std::string versionText = text;
     if (!source.pattern.empty() && !ExtractVersion(source.pattern, text, versionText))
         return {std::nullopt, name + "=" + text + " does not fit " + source.pattern};
@@ -239,8 +228,8 @@ public:
             for (size_t i = 0; i < entries_.size(); ++i) {
                 if (valueName.empty()) {
                     index.items.emplace_back(LCase(entries_[i].name), i);
-                } else if (const auto& v = value(i, valueName); v && isText(*v)) {
-                    index.items.emplace_back(LCase(textOf(*v)), i);
+                } else if (const auto& v = value(i, valueName); v && v->isText()) {
+                    index.items.emplace_back(LCase(v->text()), i);
                 }
             }
             std::sort(index.items.begin(), index.items.end());

@@ -12,16 +12,6 @@ bool ruleTests(const Detection& rule, const char* name) {
     return false;
 }
 
-std::string textOf(const platform::RegValue& v) {
-    std::string s(v.data.begin(), v.data.end());
-    while (!s.empty() && s.back() == '\0') s.pop_back();
-    return s;
-}
-
-bool isText(const platform::RegValue& v) {
-    return v.type == platform::regtype::String || v.type == platform::regtype::ExpandString;
-}
-
 }  // namespace
 
 std::string NotAnInstall(const Detection& rule, const EntryValue& value) {
@@ -33,12 +23,12 @@ std::string NotAnInstall(const Detection& rule, const EntryValue& value) {
     // An update or hotfix of another entry.
     if (!ruleTests(rule, "ParentKeyName")) {
         const auto& v = value("ParentKeyName");
-        if (v && isText(*v) && !textOf(*v).empty()) return "ParentKeyName=" + textOf(*v);
+        if (v && v->isText() && !v->text().empty()) return "ParentKeyName=" + v->text();
     }
     if (!ruleTests(rule, "ReleaseType")) {
         const auto& v = value("ReleaseType");
-        if (v && isText(*v)) {
-            const std::string type = textOf(*v);
+        if (v && v->isText()) {
+            const std::string type = v->text();
             for (const char* update : {"Update", "Hotfix", "Security Update"})
                 if (WildcardEquals(type, update)) return "ReleaseType=" + type;
         }

@@ -35,12 +35,6 @@ std::vector<std::string> subKeys(platform::RegKey& key) {
     return names;
 }
 
-std::string textOf(const platform::RegValue& v) {
-    std::string s(v.data.begin(), v.data.end());
-    while (!s.empty() && s.back() == '\0') s.pop_back();
-    return s;
-}
-
 // ProfileImagePath is REG_EXPAND_SZ, as a rule "%SystemDrive%\Users\name".
 std::string expandProfilePath(std::string path) {
     const std::string system = platform::sys().systemDirectory();  // C:\WINDOWS\system32
@@ -98,9 +92,9 @@ const std::vector<UserHive>& UserHives::list() {
         if (platform::registry().openKey(Hive::LocalMachine, std::string(kProfileList) + "\\" + sid,
                                          platform::regaccess::Read, RegView::View64, profile) != platform::regerr::Success ||
             profile->queryValue("ProfileImagePath", path) != platform::regerr::Success ||
-            (path.type != platform::regtype::String && path.type != platform::regtype::ExpandString))
+            !path.isText())
             continue;  // no profile folder: the user never logged on here
-        UserHive user{sid, "KPMDwld_" + sid, expandProfilePath(textOf(path)) + "\\NTUSER.DAT", ""};
+        UserHive user{sid, "KPMDwld_" + sid, expandProfilePath(path.text()) + "\\NTUSER.DAT", ""};
         const long r = platform::registry().loadUserHive(user.key, user.file);
         if (r == platform::regerr::Success) {
             WriteW3CLog(kModule, kProc, "INFO", "User not logged on: hive loaded for the assessment", sid, LogText(user.file));
