@@ -6,7 +6,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kpmfuzz::openMachine();
-    platform::Object doc(platform::sim::createDomDocument(platform::files()));
+    static const platform::sim::CodePage westernEuropean;
+    platform::Object doc(platform::sim::createDomDocument(platform::files(), westernEuropean));
     try {
         if (!doc.call("loadXML", kpmfuzz::text(data, size)).toBool()) return 0;
         for (const platform::Variant& item : doc.call("getElementsByTagName", "*").toObject().items()) {

@@ -36,6 +36,17 @@ public:
     virtual bool acquireSingleInstance(std::string_view name) = 0;
     // Starts a command line hidden, without waiting; false when it did not start.
     virtual bool startHidden(std::string_view commandLine) = 0;
+    // The computer's ANSI code page, the one the program's text is in (1252).
+    virtual uint32_t codePage() = 0;
+    // The program's text as UTF-16 (MultiByteToWideChar). A byte the code page
+    // leaves undefined reads as the character of the same number.
+    virtual std::u16string toUtf16(std::string_view ansi) = 0;
+    // UTF-16 as the program's text. A character the code page lacks becomes
+    // '?', never a look-alike: best fit would turn a full-width solidus into '/'.
+    virtual std::string toAnsi(std::u16string_view text) = 0;
+    // Upper case, one UTF-16 unit for one, without a language's rules (no
+    // Turkish dotless i): how Windows compares names, case not counting.
+    virtual std::u16string upcase(std::u16string_view text) = 0;
     // Ends the pass: never returns. Throws ProcessEnd, which the executable's
     // entry turns into the process's exit code.
     [[noreturn]] virtual void endProcess(int exitCode) = 0;

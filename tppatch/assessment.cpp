@@ -15,6 +15,7 @@
 #include "tppatch/log_text.h"
 #include "tppatch/uninstall_entry.h"
 #include "tppatch/user_hives.h"
+#include "tppatch/text_case.h"
 #include "tppatch/wildcard.h"
 
 namespace kpm {
@@ -227,15 +228,15 @@ public:
         if (!index.built) {
             for (size_t i = 0; i < entries_.size(); ++i) {
                 if (valueName.empty()) {
-                    index.items.emplace_back(LCase(entries_[i].name), i);
+                    index.items.emplace_back(FoldedText(entries_[i].name), i);
                 } else if (const auto& v = value(i, valueName); v && v->isText()) {
-                    index.items.emplace_back(LCase(v->text()), i);
+                    index.items.emplace_back(FoldedText(v->text()), i);
                 }
             }
             std::sort(index.items.begin(), index.items.end());
             index.built = true;
         }
-        const std::string key = LCase(anchor);
+        const std::u16string key = FoldedText(anchor);
         std::vector<size_t> out;
         for (auto it = std::lower_bound(index.items.begin(), index.items.end(), std::make_pair(key, size_t(0)));
              it != index.items.end() && it->first.compare(0, key.size(), key) == 0; ++it)
@@ -252,7 +253,7 @@ private:
     };
     struct Index {
         bool built = false;
-        std::vector<std::pair<std::string, size_t>> items;  // lower-cased text, entry
+        std::vector<std::pair<std::u16string, size_t>> items;  // folded text (FoldedText), entry
     };
     Place place_;
     std::string base_;

@@ -8,6 +8,7 @@
 #include "config/ini.h"
 #include "platform/errors.h"
 #include "platform/host.h"
+#include "tppatch/text_case.h"
 #include "tppatch/wildcard.h"
 #include "tppatch/xml_guard.h"
 
@@ -255,6 +256,8 @@ ProductUpdate readUpdate(Object& node) {
     if (scope == "user") i.scope = Installer::Scope::User;
     else if (!scope.empty() && scope != "machine") throw Refusal("installer scope=\"" + scope + "\" is not machine or user");
     i.name = required(in, "name");
+    if (i.name.find('?') != std::string::npos)
+        throw Refusal("installer name \"" + i.name + "\" has a character this computer's code page lacks, or a \"?\"");
     if (!IsInstallerName(i.name)) throw Refusal("installer name \"" + i.name + "\" would not stay in its folder");
     i.size = readSize(required(in, "size"));
     i.md5 = LCase(attr(in, "md5"));
@@ -346,7 +349,8 @@ Catalogue ReadCatalogue(const std::string& path) {
         throw platform::ComError(5, "PDList.xml", "format \"" + format + "\" is not the format 1 this agent reads");
 
     Catalogue c;
-    std::set<std::string> vendorIds, productIds, updateIds, installerNames;
+    std::set<std::string> vendorIds, productIds, updateIds;
+    std::set<std::u16string> installerNames;
     for (Object& vendorNode : elements(root)) {
         Vendor v;
         try {
@@ -369,11 +373,13 @@ Catalogue ReadCatalogue(const std::string& path) {
                 Product p = readProduct(productNode);
                 if (productIds.count(LCase(p.id))) throw Refusal("a second product with this id");
                 if (updateIds.count(LCase(p.update.id))) throw Refusal("update id \"" + p.update.id + "\" is taken");
-                if (installerNames.count(LCase(p.update.installer.name)))
+                // Names Windows takes for one file, "Éditeur.exe" and "ÉDITEUR.EXE" too.
+                const std::u16string installerKey = FoldedText(p.update.installer.name);
+                if (installerNames.count(installerKey))
                     throw Refusal("another product's installer is named \"" + p.update.installer.name + "\"");
                 productIds.insert(LCase(p.id));
                 updateIds.insert(LCase(p.update.id));
-                installerNames.insert(LCase(p.update.installer.name));
+                installerNames.insert(installerKey);
                 p.vendor = vendorIndex;
                 c.products.push_back(std::move(p));
                 ++c.vendors[vendorIndex].products;

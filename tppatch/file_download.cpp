@@ -14,6 +14,7 @@
 #include "support/support_files.h"
 #include "tppatch/log_text.h"
 #include "tppatch/list_signature.h"
+#include "tppatch/text_case.h"
 
 namespace kpm {
 
@@ -39,11 +40,13 @@ TPDownloadResult failed(std::string what, std::string detail) {
     return r;
 }
 
-// A file name as a URL path segment: everything but unreserved characters escaped.
+// A file name as a URL path segment: everything but unreserved characters
+// escaped, the bytes of its UTF-8 as web servers read an address ("É" is
+// %C3%89 whatever the computer's code page).
 std::string urlEncoded(const std::string& name) {
     static const char kHex[] = "0123456789ABCDEF";
     std::string out;
-    for (unsigned char c : name) {
+    for (unsigned char c : Utf8Text(name)) {
         if (std::isalnum(c) || c == '-' || c == '.' || c == '_' || c == '~') {
             out += static_cast<char>(c);
         } else {

@@ -9,6 +9,7 @@
 #include "driver/run_state.h"
 #include "log/w3c_log.h"
 #include "platform/host.h"
+#include "tppatch/text_case.h"
 
 namespace kpm {
 
@@ -51,7 +52,7 @@ void WriteUpdateRecord(const Catalogue& catalogue, const std::vector<ProductFind
                        const std::vector<InstallerOutcome>& outcomes) {
     const std::string path = InstallerFolder() + "\\TPUpdates.xml";
     try {
-        std::string xml = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n<tpupdates" + attr("regid", agentSettings.RegID) +
+        std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<tpupdates" + attr("regid", agentSettings.RegID) +
                           attr("time", fncStampText(platform::clock().now())) + ">\r\n";
         std::map<size_t, const std::string*> whereFound;
         for (const auto& f : findings) whereFound[f.product] = &f.where;
@@ -87,7 +88,9 @@ void WriteUpdateRecord(const Catalogue& catalogue, const std::vector<ProductFind
         platform::files().makeSureDirectoryPathExists(InstallerFolder() + "\\");
         // Whole or not at all: the deployment step never reads half a record.
         const std::string staged = path + ".partial";
-        platform::files().writeAll(staged, xml);
+        // UTF-8, whatever the computer's code page: the deployment step
+        // reads the same names on a Greek computer as on a French one.
+        platform::files().writeAll(staged, Utf8Text(xml));
         platform::files().moveFile(staged, path);
         subWriteDownloadURL(path);
         WriteW3CLog("ModTPMAssess", "WriteUpdateRecord", "INFO", "Update record written", path,

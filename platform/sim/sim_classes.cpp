@@ -29,12 +29,12 @@ void registerStandardClasses(SimMachine& machine, SimAutomation& automation) {
     automation.registerMoniker("winmgmts:", [m] { return makeWmiService(m->config(), m->processes()); });
     automation.registerClass("Scripting.FileSystemObject",
                              [m] { return makeFileSystemObject(m->simFiles()); });
-    automation.registerClass("MSXML2.DOMDocument", [m] { return Object(createDomDocument(m->files())); });
+    automation.registerClass("MSXML2.DOMDocument", [m] { return Object(createDomDocument(m->files(), m->codePage())); });
     for (const char* progId : kServerXmlHttpProgIds)
         automation.registerClass(progId, [m] { return makeServerXmlHttp(m->config()); });
     // wuapi.dll: the update agent stand-in, over the machine folder and machine.ini.
     auto wua = std::make_shared<const standins::UpdateAgentPlace>(standins::UpdateAgentPlace{
-        m->folder(), m->folder() / "machine.ini", m->standinHost(), [m] { return Object(createDomDocument(m->files())); }});
+        m->folder(), m->folder() / "machine.ini", m->standinHost(), [m] { return Object(createDomDocument(m->files(), m->codePage())); }});
     automation.registerClass(standins::kUpdateSessionProgId, [wua] { return Object(standins::newUpdateSession(wua)); });
     automation.registerClass(standins::kUpdateServiceManagerProgId,
                              [wua] { return Object(standins::newUpdateServiceManager(wua)); });

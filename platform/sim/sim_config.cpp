@@ -139,6 +139,7 @@ MachineConfig loadMachineConfig(const std::filesystem::path& iniFile, const std:
     r.text("Locale", "LongTime", c.longTime);
     r.text("Locale", "AMDesignator", c.amDesignator);
     r.text("Locale", "PMDesignator", c.pmDesignator);
+    r.number("Locale", "CodePage", c.codePage);
 
     c.os.csdVersion = "Service Pack 1";
     r.number("OS", "PlatformId", c.os.platformId);

@@ -36,6 +36,7 @@ struct MachineConfig {
     std::string longTime = "h:mm:ss tt";
     std::string amDesignator = "AM";
     std::string pmDesignator = "PM";
+    uint32_t codePage = 1252;  // [Locale] CodePage: the ANSI code page
 
     OsVersion os;
     std::string osCaption = "Microsoft Windows 7 Professional";

@@ -15,6 +15,7 @@
 #include "platform/errors.h"
 #include "platform/sim/sim_machine.h"
 #include "platform/sim/sim_state.h"
+#include "platform/utf.h"
 #include "standins/md5.h"
 
 namespace platform::sim {
@@ -29,33 +30,37 @@ constexpr DriveSpace kDefaultSpace{500ull << 30, 200ull << 30};
 bool isSeparator(char c) { return c == '\\' || c == '/'; }
 bool hasWildcards(std::string_view s) { return s.find_first_of("*?") != std::string_view::npos; }
 
-std::string upper(std::string_view s) {
-    std::string out(s);
-    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return out;
+// Names in the machine folder are UTF-8; compared as Windows compares them,
+// case not counting in any script.
+std::string upper(std::string_view s) { return CodePage::upcaseUtf8(s); }
+
+std::u16string folded(std::string_view utf8) {
+    std::u16string wide;
+    if (!utf16FromUtf8(utf8, wide)) wide.assign(utf8.begin(), utf8.end());
+    return CodePage::upcase(wide);
 }
 
-// Case-insensitive match of the wildcards * and ?; "*.*" matches every name.
-bool wildcardMatch(std::string_view pattern, std::string_view name) {
-    if (pattern == "*.*") pattern = "*";
-    size_t p = 0, n = 0, star = std::string_view::npos, mark = 0;
+// Case-insensitive match of the wildcards * and ? (one character); "*.*"
+// matches every name.
+bool wildcardMatch(std::string_view patternText, std::string_view nameText) {
+    if (patternText == "*.*") patternText = "*";
+    const std::u16string pattern = folded(patternText), name = folded(nameText);
+    size_t p = 0, n = 0, star = std::u16string::npos, mark = 0;
     while (n < name.size()) {
-        if (p < pattern.size() &&
-            (pattern[p] == '?' || std::toupper(static_cast<unsigned char>(pattern[p])) ==
-                                      std::toupper(static_cast<unsigned char>(name[n])))) {
+        if (p < pattern.size() && (pattern[p] == u'?' || pattern[p] == name[n])) {
             ++p;
             ++n;
-        } else if (p < pattern.size() && pattern[p] == '*') {
+        } else if (p < pattern.size() && pattern[p] == u'*') {
             star = p++;
             mark = n;
-        } else if (star != std::string_view::npos) {
+        } else if (star != std::u16string::npos) {
             p = star + 1;
             n = ++mark;
         } else {
             return false;
         }
     }
-    while (p < pattern.size() && pattern[p] == '*') ++p;
+    while (p < pattern.size() && pattern[p] == u'*') ++p;
     return p == pattern.size();
 }
 
@@ -146,6 +151,7 @@ void aliasParts(const std::string& name, std::string& base, std::string& ext) {
             if (out.size() == max) break;
             if (c == ' ' || c == '.') continue;
             unsigned char u = static_cast<unsigned char>(c);
+            if ((u & 0xC0) == 0x80) continue;  // the rest of a UTF-8 character, already a '_'
             if (u >= 0x80 || std::string_view("+,;=[]").find(c) != std::string_view::npos) c = '_';
             out += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
         }
@@ -330,6 +336,12 @@ fs::path SimFiles::driveFolder(char letter) const {
     return {};
 }
 
+// The program's names (its code page) as the machine folder's (UTF-8).
+WinPath SimFiles::inFolderNames(WinPath p) const {
+    for (auto& part : p.parts) part = state_.codePage.toUtf8(part);
+    return p;
+}
+
 fs::path SimFiles::resolve(const WinPath& p) const {
     fs::path cur = driveFolder(p.drive);
     if (cur.empty())
@@ -354,7 +366,7 @@ fs::path SimFiles::hostPath(std::string_view windowsPath) const {
     WinPath p;
     if (!parseWinPath(windowsPath, p))
         throw MachineError("not a usable Windows path: \"" + std::string(windowsPath) + "\"");
-    return resolve(p);
+    return resolve(inFolderNames(p));
 }
 
 bool SimFiles::isReadOnly(const fs::path& host) const {
@@ -377,6 +389,7 @@ std::optional<SimFiles::Located> SimFiles::locate(std::string_view path, bool al
         state_.lastError = win32::PathNotFound;
         return std::nullopt;
     }
+    l.win = inFolderNames(std::move(l.win));
     l.host = resolve(l.win);
     if (located_.size() >= 4096) located_.clear();
     located_.emplace(std::move(key), l);
@@ -624,7 +637,7 @@ std::vector<std::string> SimFiles::listFiles(std::string_view folder) {
     std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<std::string> names;
     names.reserve(keyed.size());
-    for (auto& k : keyed) names.push_back(std::move(k.second));
+    for (auto& k : keyed) names.push_back(state_.codePage.fromUtf8(k.second));
     return names;
 }
 
@@ -669,7 +682,7 @@ uint32_t SimFiles::getShortPathName(std::string_view longPath, std::string& buff
             return 0;
         }
         if (i > 0) out += '\\';
-        out += isShortName(name) ? name : alias(cur, *found);
+        out += state_.codePage.fromUtf8(isShortName(name) ? name : alias(cur, *found));
         cur /= *found;
     }
     if (l->win.trailingSeparator && !l->win.parts.empty()) out += '\\';

@@ -95,6 +95,7 @@ private:
     // The host path, or nothing with the last error set (3 unknown drive, 123 bad name).
     std::optional<Located> locate(std::string_view path, bool allowWildcards = false);
     std::filesystem::path resolve(const WinPath& p) const;
+    WinPath inFolderNames(WinPath p) const;
     // A file about to be written: its folder exists, it is no folder and not
     // read-only (else throws 76, 75, 70); oldSize is its current size.
     Located locateForWrite(std::string_view path, uint64_t& oldSize);

@@ -40,6 +40,7 @@ std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenO
     s.folder = fs::absolute(folder, ec);
     if (ec) s.folder = folder;
     s.config = loadMachineConfig(s.folder / "machine.ini", options.sitePorts);
+    s.codePage = CodePage(s.config.codePage);
 
     impl->files = std::make_unique<SimFiles>(s);
     sweepStaged(s.folder / ".transfers");
@@ -71,6 +72,8 @@ SimMachine::~SimMachine() = default;
 const fs::path& SimMachine::folder() const { return impl_->state.folder; }
 
 fs::path SimMachine::hostPath(std::string_view windowsPath) const { return impl_->files->hostPath(windowsPath); }
+
+const CodePage& SimMachine::codePage() const { return impl_->state.codePage; }
 
 Registry& SimMachine::registry() { return *impl_->registry; }
 Profile& SimMachine::profile() { return *impl_->profile; }

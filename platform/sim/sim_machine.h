@@ -23,6 +23,7 @@ class StandinHost;
 namespace platform::sim {
 
 struct MachineConfig;
+class CodePage;
 class SimAutomation;
 class SimFiles;
 
@@ -68,6 +69,8 @@ public:
     // What the download and zip stand-ins write through (network map, drives).
     const std::shared_ptr<standins::StandinHost>& standinHost() const;
     const MachineConfig& config() const;
+    // [Locale] CodePage: what the program's text is in.
+    const CodePage& codePage() const;
     // What WMI lists as running: machine.ini [Processes], then the
     // executable itself (the file name of ExePath).
     std::vector<std::string> processes() const;

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "platform/automation.h"
+#include "platform/utf.h"
 #include "platform/sim/sim_machine.h"
 #include "platform/sim/sim_state.h"
 
@@ -50,26 +51,45 @@ int hexDigit(char c) {
     return -1;
 }
 
-// Text types are UTF-16LE in a version 5.00 file; the program sees them in
-// the ANSI code page (characters above 255 become '?').
+// Text types are UTF-16LE in a version 5.00 file and UTF-8 in the document,
+// as the file's quoted texts are; the program sees them in the machine's code
+// page (SimRegKey converts).
 bool isTextType(uint32_t type) {
     return type == regtype::String || type == regtype::ExpandString ||
            type == regtype::MultiString;
 }
 std::vector<uint8_t> fromUtf16(const std::vector<uint8_t>& in) {
-    std::vector<uint8_t> out;
-    for (size_t i = 0; i + 1 < in.size(); i += 2)
-        out.push_back(in[i + 1] == 0 ? in[i] : static_cast<uint8_t>('?'));
-    return out;
+    std::u16string units;
+    for (size_t i = 0; i + 1 < in.size(); i += 2) units += static_cast<char16_t>(in[i] | in[i + 1] << 8);
+    const std::string utf8 = utf8FromUtf16(units);
+    return std::vector<uint8_t>(utf8.begin(), utf8.end());
 }
 std::vector<uint8_t> toUtf16(const std::vector<uint8_t>& in) {
+    std::u16string units;
+    if (!utf16FromUtf8(std::string_view(reinterpret_cast<const char*>(in.data()), in.size()), units))
+        units.assign(in.begin(), in.end());  // not UTF-8: the bytes of an ANSI file
     std::vector<uint8_t> out;
-    for (uint8_t b : in) {
-        out.push_back(b);
-        out.push_back(0);
+    for (char16_t u : units) {
+        out.push_back(static_cast<uint8_t>(u & 0xFF));
+        out.push_back(static_cast<uint8_t>(u >> 8));
     }
     return out;
 }
+
+// Key and value names compare as Windows compares them, case not counting
+// in any script; most are ASCII and need no more than toupper.
+std::string upperName(std::string_view utf8) {
+    std::string out(utf8);
+    for (char& c : out) {
+        if (static_cast<unsigned char>(c) >= 0x80) return CodePage::upcaseUtf8(utf8);
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    return out;
+}
+bool sameName(std::string_view a, std::string_view b) { return iequals(a, b) || upperName(a) == upperName(b); }
+
+std::vector<uint8_t> bytesOf(const std::string& s) { return std::vector<uint8_t>(s.begin(), s.end()); }
+std::string_view textOf(const std::vector<uint8_t>& v) { return {reinterpret_cast<const char*>(v.data()), v.size()}; }
 
 std::string escapeString(std::string_view s) {
     std::string out;
@@ -121,7 +141,7 @@ RegDocument RegDocument::empty() {
 RegDocument RegDocument::parse(std::string_view text) {
     if (text.size() >= 2 && ((static_cast<uint8_t>(text[0]) == 0xFF && static_cast<uint8_t>(text[1]) == 0xFE) ||
                              (static_cast<uint8_t>(text[0]) == 0xFE && static_cast<uint8_t>(text[1]) == 0xFF)))
-        throw MachineError("registry.reg line 1: UTF-16 text is not supported; save the file as ANSI");
+        throw MachineError("registry.reg line 1: UTF-16 text is not supported; save the file as UTF-8");
     if (trimLeft(trimRight(text)).find_first_not_of("\r\n \t") == std::string_view::npos)
         return empty();
 
@@ -277,7 +297,7 @@ std::string RegDocument::indexName(Hive hive, const std::vector<std::string>& pa
     std::string name = std::to_string(static_cast<int>(hive));
     for (size_t i = 0; i < count; ++i) {
         name += '\\';
-        for (char c : path[i]) name += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        name += upperName(path[i]);
     }
     return name;
 }
@@ -438,7 +458,7 @@ bool RegDocument::findValue(Hive hive, const std::vector<std::string>& path,
     for (size_t at : defs->second) {
         const Key& k = keys_[at];
         for (const auto& item : k.items)
-            if (item.isValue && iequals(item.value.name, name)) {
+            if (item.isValue && sameName(item.value.name, name)) {
                 out = item.value.data;
                 found = true;
             }
@@ -453,7 +473,7 @@ void RegDocument::setValue(Hive hive, const std::vector<std::string>& path, std:
     for (size_t at : defs == definitions_.end() ? std::vector<size_t>{} : defs->second) {
         Key& k = keys_[at];
         for (auto& item : k.items)
-            if (item.isValue && iequals(item.value.name, name)) existing = &item;
+            if (item.isValue && sameName(item.value.name, name)) existing = &item;
     }
     if (existing) {
         // The same value again leaves its text as it was.
@@ -503,14 +523,17 @@ public:
 
     long queryValue(std::string_view name, RegValue& out) override {
         if (!(access_ & regaccess::QueryValue)) return regerr::AccessDenied;
-        return doc_.findValue(hive_, path_, name, out) ? regerr::Success
-                                                                  : regerr::FileNotFound;
+        if (!doc_.findValue(hive_, path_, codePage().toUtf8(name), out)) return regerr::FileNotFound;
+        if (isTextType(out.type)) out.data = bytesOf(codePage().fromUtf8(textOf(out.data)));
+        return regerr::Success;
     }
 
     long setValue(std::string_view name, const RegValue& value) override {
         if (!(access_ & regaccess::SetValue) || loaded_) return regerr::AccessDenied;
         if (name.size() > 16383) return regerr::InvalidParameter;
-        reg_.document().setValue(hive_, path_, name, value);
+        RegValue stored = value;
+        if (isTextType(value.type)) stored.data = bytesOf(codePage().toUtf8(textOf(value.data)));
+        reg_.document().setValue(hive_, path_, codePage().toUtf8(name), stored);
         return reg_.save() ? regerr::Success : kIoFailed;
     }
 
@@ -518,7 +541,7 @@ public:
         constexpr uint32_t kCreateSubKey = 0x0004;
         if (!(access_ & kCreateSubKey) || loaded_) return regerr::AccessDenied;
         std::vector<std::string> rel;
-        if (!SimRegistry::splitPath(name, rel)) return regerr::InvalidParameter;
+        if (!SimRegistry::splitPath(codePage().toUtf8(name), rel)) return regerr::InvalidParameter;
         std::vector<std::string> full = path_;
         full.insert(full.end(), rel.begin(), rel.end());
         // A key below a hive root is still subject to the view; below any
@@ -542,13 +565,15 @@ public:
             listed_ = true;
         }
         if (index >= subKeys_.size()) return regerr::NoMoreItems;
-        name = subKeys_[index];
+        name = codePage().fromUtf8(subKeys_[index]);
         return regerr::Success;
     }
 
     static constexpr long kIoFailed = 1016;  // ERROR_REGISTRY_IO_FAILED
 
 private:
+    const CodePage& codePage() const { return reg_.state().codePage; }
+
     SimRegistry& reg_;
     RegDocument& doc_;
     Hive hive_;
@@ -661,7 +686,7 @@ std::vector<std::string> SimRegistry::redirect(Hive hive, std::vector<std::strin
 long SimRegistry::openKey(Hive hive, std::string_view path, uint32_t access, RegView view,
                           std::unique_ptr<RegKey>& out) {
     std::vector<std::string> parts;
-    if (!splitPath(path, parts)) return regerr::InvalidParameter;
+    if (!splitPath(state_.codePage.toUtf8(path), parts)) return regerr::InvalidParameter;
     if (LoadedHive* loaded = hive == Hive::Users && !parts.empty() ? findLoaded(parts[0]) : nullptr) {
         parts.erase(parts.begin());
         if (!loaded->doc.keyExists(Hive::CurrentUser, parts)) return regerr::FileNotFound;
@@ -687,7 +712,7 @@ long SimRegistry::openKey(Hive hive, std::string_view path, uint32_t access, Reg
 long SimRegistry::createKey(Hive hive, std::string_view path, RegView view,
                             std::unique_ptr<RegKey>& out) {
     std::vector<std::string> parts;
-    if (!splitPath(path, parts)) return regerr::InvalidParameter;
+    if (!splitPath(state_.codePage.toUtf8(path), parts)) return regerr::InvalidParameter;
     if (hive == Hive::Users && !parts.empty() && findLoaded(parts[0])) return regerr::AccessDenied;
     parts = redirect(hive, std::move(parts), view);
     if (doc_.createKey(hive, parts) && !save()) return SimRegKey::kIoFailed;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "platform/sim/sim_code_page.h"
 #include "platform/sim/sim_config.h"
 
 namespace platform::sim {
@@ -24,6 +25,7 @@ constexpr uint32_t WriteFault = 29;
 struct MachineState {
     std::filesystem::path folder;
     MachineConfig config;
+    CodePage codePage;  // config.codePage's tables
     uint32_t lastError = 0;
 };
 

@@ -59,6 +59,11 @@ std::vector<std::string> words(std::string_view commandLine) {
 SimSystem::SimSystem(MachineState& state, SimFiles& files, Registry& registry)
     : state_(state), files_(files), registry_(registry) {}
 
+uint32_t SimSystem::codePage() { return state_.codePage.number(); }
+std::u16string SimSystem::toUtf16(std::string_view ansi) { return state_.codePage.toUtf16(ansi); }
+std::string SimSystem::toAnsi(std::u16string_view text) { return state_.codePage.toAnsi(text); }
+std::u16string SimSystem::upcase(std::u16string_view text) { return CodePage::upcase(text); }
+
 SimSystem::~SimSystem() {
     for (auto& m : mutexes_) ::close(m.second);  // closing releases the lock
 }

@@ -43,6 +43,11 @@ public:
     // folder, and is taken as found when it is one of the programs every
     // Windows has in its system folder.
     bool programExists(std::string_view commandLine);
+    // [Locale] CodePage's tables; upper case as the C library's Unicode tables have it.
+    uint32_t codePage() override;
+    std::u16string toUtf16(std::string_view ansi) override;
+    std::string toAnsi(std::u16string_view text) override;
+    std::u16string upcase(std::u16string_view text) override;
     [[noreturn]] void endProcess(int exitCode) override;
 
 private:

@@ -1,5 +1,7 @@
 #include "platform/sim/xml_dom.h"
 
+#include "platform/sim/xml_text.h"
+
 #include <pugixml.hpp>
 
 #include <algorithm>
@@ -445,7 +447,12 @@ public:
                 clear(kLoadFileMissing, e.what(), 0);
                 return false;
             }
-            return parse(text);
+            std::string utf8, reason;
+            if (!decodeXmlBytes(text, utf8, reason)) {
+                clear(kParseFailed, reason, 0);
+                return false;
+            }
+            return parse(std::move(utf8));
         }
         if (m == "loadxml") {
             needArgs(args, 1);
@@ -582,8 +589,8 @@ Variant wrapAttribute(const DocPtr& doc, pugi::xml_attribute a) {
 
 }  // namespace
 
-std::shared_ptr<Dispatch> createDomDocument(FileSystem& files) {
-    return std::make_shared<Document>(files);
+std::shared_ptr<Dispatch> createDomDocument(FileSystem& files, const CodePage& codePage) {
+    return withAnsiText(std::make_shared<Document>(files), codePage);
 }
 
 }  // namespace platform::sim

@@ -19,18 +19,21 @@
 //    nodeValue and nodeTypedValue are its value as written;
 //  - selectSingleNode / selectNodes take XPath (Nothing / empty list when nothing
 //    matches; a malformed expression raises an error).
-// Texts are byte strings passed through as they are (the program's ANSI text).
+// Texts: a file is decoded by its byte order mark or declared encoding, and the
+// program's strings go in and come out in the machine's code page (xml_text.h).
 #pragma once
 
 #include <memory>
 
 #include "platform/automation.h"
 #include "platform/files.h"
+#include "platform/sim/sim_code_page.h"
 
 namespace platform::sim {
 
-// A new, empty document. `files` must outlive it (Load reads through it).
-std::shared_ptr<Dispatch> createDomDocument(FileSystem& files);
+// A new, empty document. `files` and `codePage` must outlive it (Load reads
+// through the files; the program's text is in the code page).
+std::shared_ptr<Dispatch> createDomDocument(FileSystem& files, const CodePage& codePage);
 
 // MSXML's nodeType numbers.
 namespace xmlnode {

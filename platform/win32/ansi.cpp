@@ -14,10 +14,14 @@ std::wstring toWide(std::string_view ansi) {
 
 std::string toAnsi(std::wstring_view wide) {
     if (wide.empty()) return {};
-    int n = WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), nullptr, 0,
+    // No best fit: a character the code page lacks becomes '?', not a
+    // look-alike (U+FF0F, a full-width solidus, would become '/'). A computer
+    // whose ANSI code page is UTF-8 takes no flags and needs none.
+    const DWORD flags = GetACP() == CP_UTF8 ? 0 : WC_NO_BEST_FIT_CHARS;
+    int n = WideCharToMultiByte(CP_ACP, flags, wide.data(), static_cast<int>(wide.size()), nullptr, 0,
                                 nullptr, nullptr);
     std::string out(static_cast<size_t>(n), '\0');
-    WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), out.data(), n,
+    WideCharToMultiByte(CP_ACP, flags, wide.data(), static_cast<int>(wide.size()), out.data(), n,
                         nullptr, nullptr);
     return out;
 }

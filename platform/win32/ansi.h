@@ -14,7 +14,7 @@
 namespace platform::win32 {
 
 std::wstring toWide(std::string_view ansi);
-std::string toAnsi(std::wstring_view wide);  // unmappable characters become '?'
+std::string toAnsi(std::wstring_view wide);  // unmappable characters become '?', never a look-alike
 
 UniqueBstr toBstr(std::string_view ansi);  // throws std::bad_alloc when out of memory
 std::string fromBstr(BSTR b);               // null reads as ""

@@ -4,6 +4,7 @@
 
 #include "platform/errors.h"
 #include "platform/system.h"
+#include "platform/win32/ansi.h"
 #include "platform/win32/bindings.h"
 #include "platform/win32/handles.h"
 
@@ -104,6 +105,29 @@ public:
             return false;
         UniqueHandle process(pi.hProcess), thread(pi.hThread);  // not waited for
         return true;
+    }
+
+    uint32_t codePage() override { return GetACP(); }
+
+    std::u16string toUtf16(std::string_view ansi) override {
+        const std::wstring w = toWide(ansi);
+        return std::u16string(w.begin(), w.end());
+    }
+
+    std::string toAnsi(std::u16string_view text) override {
+        return platform::win32::toAnsi(std::wstring(text.begin(), text.end()));
+    }
+
+    std::u16string upcase(std::u16string_view text) override {
+        if (text.empty()) return {};
+        // The invariant locale: a computer set to Turkish still upper-cases
+        // "i" to "I", as its file names do.
+        const std::wstring in(text.begin(), text.end());
+        std::wstring out(in.size(), L'\0');
+        const int n = LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, in.data(), static_cast<int>(in.size()),
+                                    out.data(), static_cast<int>(out.size()), nullptr, nullptr, 0);
+        if (n != static_cast<int>(in.size())) return std::u16string(text);
+        return std::u16string(out.begin(), out.end());
     }
 
     [[noreturn]] void endProcess(int exitCode) override { throw ProcessEnd{exitCode}; }

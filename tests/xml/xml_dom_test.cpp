@@ -26,7 +26,7 @@ class XmlDom : public ::testing::Test {
 protected:
     void SetUp() override {
         auto& sim = machine.open(kpmtest::at("2026-11-15T16:10:00"));
-        doc = Object(platform::sim::createDomDocument(sim.files()));
+        doc = Object(platform::sim::createDomDocument(sim.files(), sim.codePage()));
     }
     void TearDown() override { machine.close(); }
 
