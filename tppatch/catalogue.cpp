@@ -59,6 +59,18 @@ bool isHex(const std::string& s, size_t digits) {
     return s.size() == digits && std::all_of(s.begin(), s.end(), [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
 }
 
+// A device Windows opens whatever the folder and extension: "NUL.exe",
+// "COM1 .tar.gz", and the ports numbered with superscript digits ("LPT³").
+bool isDeviceName(const std::string& name) {
+    std::u16string stem = FoldedText(std::string_view(name).substr(0, name.find('.')));
+    while (!stem.empty() && stem.back() == u' ') stem.pop_back();
+    static const std::set<std::u16string> devices = {u"CON", u"PRN", u"AUX", u"NUL", u"CONIN$", u"CONOUT$"};
+    if (devices.count(stem)) return true;
+    const bool port = stem.size() == 4 && (stem.starts_with(u"COM") || stem.starts_with(u"LPT"));
+    const char16_t n = port ? stem[3] : u'x';
+    return (n >= u'0' && n <= u'9') || n == u'\u00B9' || n == u'\u00B2' || n == u'\u00B3';
+}
+
 }  // namespace
 
 // A name the installer may have in its folder: no folder of its own, nothing
@@ -72,12 +84,7 @@ bool IsInstallerName(const std::string& name) {
     for (char c : name)
         if (static_cast<unsigned char>(c) < 0x20 || std::string_view("\\/:*?\"<>|").find(c) != std::string_view::npos)
             return false;
-    std::string stem = LCase(name.substr(0, name.find('.')));
-    while (!stem.empty() && stem.back() == ' ') stem.pop_back();
-    static const std::set<std::string> devices = {"con", "prn", "aux", "nul", "com1", "com2", "com3", "com4",
-                                                  "com5", "com6", "com7", "com8", "com9", "lpt1", "lpt2", "lpt3",
-                                                  "lpt4", "lpt5", "lpt6", "lpt7", "lpt8", "lpt9"};
-    return !devices.count(stem);
+    return !isDeviceName(name);
 }
 
 namespace {
@@ -268,8 +275,13 @@ ProductUpdate readUpdate(Object& node) {
     const std::string scheme = LCase(i.url.substr(0, 8));
     if (scheme.rfind("http://", 0) != 0 && scheme.rfind("https://", 0) != 0)
         throw Refusal("url \"" + i.url + "\" is not http or https");
-    if (std::any_of(i.url.begin(), i.url.end(), [](char c) { return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F; }))
-        throw Refusal("url holds a blank or a control character: write it %-encoded");
+    // Only ASCII: a letter outside it would reach the server as this
+    // computer's code page has it (or as "?"), never as the vendor wrote it.
+    if (std::any_of(i.url.begin(), i.url.end(), [](char c) {
+            const auto u = static_cast<unsigned char>(c);
+            return u <= 0x20 || u >= 0x7F;
+        }))
+        throw Refusal("url holds a blank, a control character or a letter outside ASCII: write it %-encoded");
     return u;
 }
 

@@ -1,5 +1,7 @@
 #include "tppatch/wildcard.h"
 
+#include <algorithm>
+
 #include "tppatch/text_case.h"
 #include "tppatch/version.h"
 
@@ -14,19 +16,29 @@ size_t unitsAt(std::u16string_view s, size_t at) {
     const bool pair = at + 1 < s.size() && s[at] >= 0xD800 && s[at] <= 0xDBFF && s[at + 1] >= 0xDC00 && s[at + 1] <= 0xDFFF;
     return pair ? 2 : 1;
 }
+size_t unitsAt(std::string_view, size_t) { return 1; }
 
-// Both texts folded (FoldedText), so that equal units are equal characters.
-bool matchFolded(std::u16string_view pattern, std::u16string_view text) {
-    // Greedy with one back-track point: the last "*" seen.
+bool isAscii(std::string_view s) {
+    for (char c : s)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
+
+char asciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+// Greedy with one back-track point: the last "*" seen. `same` compares one
+// unit of the pattern with one of the text.
+template <class View, class Same>
+bool matchWith(View pattern, View text, Same same) {
     size_t p = 0, t = 0, star = npos, mark = 0;
     while (t < text.size()) {
-        if (p < pattern.size() && pattern[p] == u'*') {
+        if (p < pattern.size() && pattern[p] == '*') {
             star = p++;
             mark = t;
-        } else if (p < pattern.size() && pattern[p] == u'?') {
+        } else if (p < pattern.size() && pattern[p] == '?') {
             ++p;
             t += unitsAt(text, t);
-        } else if (p < pattern.size() && pattern[p] == text[t]) {
+        } else if (p < pattern.size() && same(pattern[p], text[t])) {
             ++p;
             ++t;
         } else if (star != npos) {
@@ -37,8 +49,13 @@ bool matchFolded(std::u16string_view pattern, std::u16string_view text) {
             return false;
         }
     }
-    while (p < pattern.size() && pattern[p] == u'*') ++p;
+    while (p < pattern.size() && pattern[p] == '*') ++p;
     return p == pattern.size();
+}
+
+// Both texts folded (FoldedText), so that equal units are equal characters.
+bool matchFolded(std::u16string_view pattern, std::u16string_view text) {
+    return matchWith(pattern, text, [](char16_t a, char16_t b) { return a == b; });
 }
 
 bool isAsciiDigit(char16_t u) { return u >= u'0' && u <= u'9'; }
@@ -50,10 +67,17 @@ constexpr size_t kLongestExtracted = 256;
 }  // namespace
 
 bool WildcardMatch(std::string_view pattern, std::string_view text) {
+    // Most names are ASCII: compared as they are, nothing converted.
+    if (isAscii(pattern) && isAscii(text))
+        return matchWith(pattern, text, [](char a, char b) { return asciiUpper(a) == asciiUpper(b); });
     return matchFolded(FoldedText(pattern), FoldedText(text));
 }
 
-bool WildcardEquals(std::string_view a, std::string_view b) { return FoldedText(a) == FoldedText(b); }
+bool WildcardEquals(std::string_view a, std::string_view b) {
+    if (isAscii(a) && isAscii(b))
+        return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return asciiUpper(x) == asciiUpper(y); });
+    return FoldedText(a) == FoldedText(b);
+}
 
 bool ExtractVersion(std::string_view pattern, std::string_view text, std::string& version) {
     const size_t at = pattern.find("{version}");

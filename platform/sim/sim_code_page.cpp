@@ -5,6 +5,10 @@
 #include <locale.h>
 #include <wctype.h>
 
+#include <map>
+#include <memory>
+#include <mutex>
+
 #include "platform/sim/sim_machine.h"
 #include "platform/utf.h"
 
@@ -24,11 +28,14 @@ ByteIs decodeByte(iconv_t cd, unsigned char byte, char16_t& out) {
     size_t il = 1, ol = sizeof units;
     iconv(cd, nullptr, nullptr, nullptr, nullptr);
     if (iconv(cd, &ip, &il, &op, &ol) == static_cast<size_t>(-1)) return errno == EINVAL ? ByteIs::Lead : ByteIs::Undefined;
+    // 1255 and 1258 hold a letter back in case an accent follows: flushed here.
+    iconv(cd, nullptr, nullptr, &op, &ol);
     if (ol != sizeof units - 2) return ByteIs::Undefined;
     out = units[0];
     return ByteIs::Character;
 }
 
+// Null where the C library has no C.UTF-8 (then only ASCII is upper-cased).
 locale_t unicodeLocale() {
     static const locale_t l = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr));
     return l;
@@ -60,6 +67,15 @@ CodePage::CodePage(uint32_t number) : number_(number) {
     for (unsigned b = 256; b-- > 0;) encode_[decode_[b]] = static_cast<char>(b);
 }
 
+const CodePage& CodePage::cached(uint32_t number) {
+    static std::mutex lock;
+    static std::map<uint32_t, std::unique_ptr<const CodePage>> made;
+    const std::lock_guard<std::mutex> hold(lock);
+    auto& slot = made[number];
+    if (!slot) slot = std::make_unique<const CodePage>(number);
+    return *slot;
+}
+
 std::u16string CodePage::toUtf16(std::string_view ansi) const {
     std::u16string out;
     out.reserve(ansi.size());
@@ -89,7 +105,7 @@ std::string CodePage::fromUtf8(std::string_view utf8) const {
 std::u16string CodePage::upcase(std::u16string_view text) {
     std::u16string out(text);
     for (char16_t& u : out)
-        if (u >= 0x80 && !isSurrogate(u)) {
+        if (u >= 0x80 && !isSurrogate(u) && unicodeLocale()) {
             const wint_t up = towupper_l(u, unicodeLocale());
             if (up <= 0xFFFF) u = static_cast<char16_t>(up);
         } else if (u >= 'a' && u <= 'z') {

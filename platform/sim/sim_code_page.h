@@ -20,6 +20,8 @@ public:
     // 1258, 874, 437, 850, ...). MachineError for any other: double-byte code
     // pages (932, 936, 949, 950) are not simulated.
     explicit CodePage(uint32_t number);
+    // The tables of a code page, made once per process (XML files declare theirs).
+    static const CodePage& cached(uint32_t number);
 
     uint32_t number() const { return number_; }
     std::u16string toUtf16(std::string_view ansi) const;

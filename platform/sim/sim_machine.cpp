@@ -1,6 +1,7 @@
 #include "platform/sim/sim_machine.h"
 
 #include <cctype>
+#include <initializer_list>
 
 #include "platform/sim/sim_automation.h"
 #include "platform/sim/sim_clock.h"
@@ -41,6 +42,13 @@ std::unique_ptr<SimMachine> SimMachine::open(const fs::path& folder, const OpenO
     if (ec) s.folder = folder;
     s.config = loadMachineConfig(s.folder / "machine.ini", options.sitePorts);
     s.codePage = CodePage(s.config.codePage);
+    // machine.ini is UTF-8 like the rest of the folder; what it says the
+    // system answers reaches the program in its code page.
+    for (std::string* text : {&s.config.exePath, &s.config.computerName, &s.config.systemDirectory,
+                              &s.config.amDesignator, &s.config.pmDesignator, &s.config.osCaption,
+                              &s.config.os.csdVersion})
+        *text = s.codePage.fromUtf8(*text);
+    for (auto& process : s.config.processes) process = s.codePage.fromUtf8(process);
 
     impl->files = std::make_unique<SimFiles>(s);
     sweepStaged(s.folder / ".transfers");

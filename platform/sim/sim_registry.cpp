@@ -86,7 +86,21 @@ std::string upperName(std::string_view utf8) {
     }
     return out;
 }
-bool sameName(std::string_view a, std::string_view b) { return iequals(a, b) || upperName(a) == upperName(b); }
+bool isAscii(std::string_view s) {
+    return std::all_of(s.begin(), s.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+bool sameName(std::string_view a, std::string_view b) {
+    if (iequals(a, b)) return true;
+    return !(isAscii(a) && isAscii(b)) && upperName(a) == upperName(b);
+}
+
+// A file in ANSI (an older scenario, a hand-made hive) read in the code page;
+// written back, it is UTF-8.
+std::string asUtf8(const std::string& text, const CodePage& codePage) {
+    const bool utf16 = text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0;  // refused by the reader
+    std::u16string check;
+    return utf16 || utf16FromUtf8(text, check) ? text : codePage.toUtf8(text);
+}
 
 std::vector<uint8_t> bytesOf(const std::string& s) { return std::vector<uint8_t>(s.begin(), s.end()); }
 std::string_view textOf(const std::vector<uint8_t>& v) { return {reinterpret_cast<const char*>(v.data()), v.size()}; }
@@ -598,7 +612,7 @@ SimRegistry::SimRegistry(MachineState& state, std::filesystem::path file)
     std::ostringstream text;
     text << in.rdbuf();
     if (!in) throw MachineError("registry.reg cannot be read: " + file_.string());
-    doc_ = RegDocument::parse(text.str());
+    doc_ = RegDocument::parse(asUtf8(text.str(), state_.codePage));
 }
 
 bool SimRegistry::is64BitOS() const { return state_.config.is64BitOS; }
@@ -759,7 +773,7 @@ long SimRegistry::loadUserHive(std::string_view name, std::string_view file) {
     hive->name = std::string(name);
     hive->file = std::string(file);
     try {
-        hive->doc = RegDocument::parse(text.str());
+        hive->doc = RegDocument::parse(asUtf8(text.str(), state_.codePage));
     } catch (const MachineError&) {
         return regerr::BadDatabase;  // what Windows says of a file that is no hive
     }

@@ -105,7 +105,7 @@ bool decodeXmlBytes(const std::string& bytes, std::string& utf8, std::string& re
                 for (char c : bytes) wide += static_cast<char16_t>(static_cast<unsigned char>(c));
             } else {
                 try {
-                    wide = CodePage(*cp).toUtf16(bytes);
+                    wide = CodePage::cached(*cp).toUtf16(bytes);
                 } catch (const std::exception&) {
                     reason = "System does not support the specified encoding.";
                     return false;

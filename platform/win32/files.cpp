@@ -7,6 +7,7 @@
 
 #include "platform/errors.h"
 #include "platform/files.h"
+#include "platform/win32/ansi.h"
 #include "platform/win32/bindings.h"
 #include "platform/win32/handles.h"
 
@@ -148,7 +149,7 @@ public:
         std::string p(path);
         while (!p.empty() && isSeparator(p.back()) && p.size() > rootLength(p)) p.pop_back();
         if (!folderExists(p)) fail(err::PathNotFound);
-        removeTree(p);
+        removeTree(toWide(p));
     }
 
     void moveFile(std::string_view from, std::string_view to) override {
@@ -243,17 +244,19 @@ public:
             if (!DeleteFileA(v.c_str())) failWith(GetLastError(), err::FileNotFound);
     }
 
+    // Names come through the W calls and ansi.cpp: the A calls' conversion
+    // uses best fit, and a look-alike name opens nothing (or another file).
     std::vector<std::string> listFiles(std::string_view folder) override {
         std::string p(folder);
         while (!p.empty() && isSeparator(p.back()) && p.size() > rootLength(p)) p.pop_back();
         if (!folderExists(p)) fail(err::PathNotFound);
         std::vector<std::string> names;
-        WIN32_FIND_DATAA data;
-        UniqueFind f(FindFirstFileA((p + "\\*").c_str(), &data));
+        WIN32_FIND_DATAW data;
+        UniqueFind f(FindFirstFileW(toWide(p + "\\*").c_str(), &data));
         if (!f) return names;
         do {
-            if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) names.push_back(data.cFileName);
-        } while (FindNextFileA(f.get(), &data));
+            if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) names.push_back(toAnsi(data.cFileName));
+        } while (FindNextFileW(f.get(), &data));
         std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
             return lstrcmpiA(a.c_str(), b.c_str()) < 0;
         });
@@ -261,9 +264,22 @@ public:
     }
 
     uint32_t getShortPathName(std::string_view longPath, std::string& buffer, uint32_t size) override {
-        std::string p(longPath);
+        const std::wstring p = toWide(longPath);
+        std::wstring wide(MAX_PATH, L'\0');
+        DWORD n = GetShortPathNameW(p.c_str(), wide.data(), static_cast<DWORD>(wide.size()));
+        if (n >= wide.size()) {
+            wide.resize(n);
+            n = GetShortPathNameW(p.c_str(), wide.data(), static_cast<DWORD>(wide.size()));
+        }
+        if (n == 0 || n >= wide.size()) return 0;
+        const std::string shortPath = toAnsi(std::wstring_view(wide.data(), n));
+        // GetShortPathNameA's answer: the length, or the size needed with the NUL.
+        const auto length = static_cast<uint32_t>(shortPath.size());
+        if (length >= size) return length + 1;
         if (buffer.size() < size) buffer.resize(size);
-        return GetShortPathNameA(p.c_str(), size ? buffer.data() : nullptr, size);
+        std::copy(shortPath.begin(), shortPath.end(), buffer.begin());
+        buffer[length] = '\0';
+        return length;
     }
 
     bool diskFreeSpace(std::string_view root, uint64_t& freeToCaller, uint64_t& total,
@@ -287,26 +303,27 @@ private:
         writeBytes(f.get(), bytes);
     }
 
-    // DeleteFolder with force: read-only entries go too.
-    static void removeTree(const std::string& dir) {
-        WIN32_FIND_DATAA data;
-        UniqueFind find(FindFirstFileA((dir + "\\*").c_str(), &data));
+    // DeleteFolder with force: read-only entries go too. By wide names, so
+    // that an entry whose name the code page cannot write goes as well.
+    static void removeTree(const std::wstring& dir) {
+        WIN32_FIND_DATAW data;
+        UniqueFind find(FindFirstFileW((dir + L"\\*").c_str(), &data));
         if (find) {
             do {
-                std::string name = data.cFileName;
-                if (name == "." || name == "..") continue;
-                std::string full = dir + "\\" + name;
+                const std::wstring name = data.cFileName;
+                if (name == L"." || name == L"..") continue;
+                const std::wstring full = dir + L"\\" + name;
                 if (data.dwFileAttributes & FILE_ATTRIBUTE_READONLY)
-                    SetFileAttributesA(full.c_str(), data.dwFileAttributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+                    SetFileAttributesW(full.c_str(), data.dwFileAttributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
                 if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
                     removeTree(full);
-                } else if (!DeleteFileA(full.c_str())) {
+                } else if (!DeleteFileW(full.c_str())) {
                     fail(err::PermissionDenied);
                 }
-            } while (FindNextFileA(find.get(), &data));
+            } while (FindNextFileW(find.get(), &data));
         }
         find.reset();
-        if (!RemoveDirectoryA(dir.c_str())) fail(err::PermissionDenied);
+        if (!RemoveDirectoryW(dir.c_str())) fail(err::PermissionDenied);
     }
 };
 

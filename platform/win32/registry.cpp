@@ -1,6 +1,7 @@
 #include <windows.h>
 
 #include "platform/registry.h"
+#include "platform/win32/ansi.h"
 #include "platform/win32/bindings.h"
 #include "platform/win32/handles.h"
 
@@ -30,24 +31,40 @@ REGSAM viewFlag(RegView v) {
 #endif
 }
 
+bool isText(DWORD type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
+
+// A text value's UTF-16 bytes as the program's text, NULs kept where they are
+// (a multi-string's separators, the terminating one); an odd last byte, which
+// no text has, is dropped.
+std::vector<uint8_t> ansiOf(const std::vector<uint8_t>& utf16) {
+    std::wstring wide(utf16.size() / 2, L'\0');
+    for (size_t i = 0; i < wide.size(); ++i)
+        wide[i] = static_cast<wchar_t>(utf16[2 * i] | utf16[2 * i + 1] << 8);
+    const std::string ansi = toAnsi(wide);
+    return std::vector<uint8_t>(ansi.begin(), ansi.end());
+}
+
 class Win32RegKey final : public RegKey {
 public:
     Win32RegKey(HKEY k, REGSAM view) : key_(k), view_(view) {}
 
+    // Read through the W call and converted here: the A call's conversion
+    // uses best fit, which would hand the program a look-alike ('/' for a
+    // full-width solidus) where every other text it gets says '?'.
     long queryValue(std::string_view name, RegValue& out) override {
-        std::string n(name);
+        const std::wstring n = toWide(name);
         DWORD type = 0, size = 0;
-        LONG r = RegQueryValueExA(key_.get(), n.c_str(), nullptr, &type, nullptr, &size);
+        LONG r = RegQueryValueExW(key_.get(), n.c_str(), nullptr, &type, nullptr, &size);
         std::vector<uint8_t> data;
         // The value may grow between the two calls: ask again until it fits.
         while (r == ERROR_SUCCESS || r == ERROR_MORE_DATA) {
             data.resize(size);
             DWORD got = size;
-            r = RegQueryValueExA(key_.get(), n.c_str(), nullptr, &type, size ? data.data() : nullptr, &got);
+            r = RegQueryValueExW(key_.get(), n.c_str(), nullptr, &type, size ? data.data() : nullptr, &got);
             if (r == ERROR_SUCCESS) {
                 data.resize(got);
                 out.type = type;
-                out.data = std::move(data);
+                out.data = isText(type) ? ansiOf(data) : std::move(data);
                 return ERROR_SUCCESS;
             }
             size = got > size ? got : size * 2 + 16;
@@ -67,13 +84,12 @@ public:
     }
 
     long enumSubKey(uint32_t index, std::string& name) override {
-        // A key name has at most 255 characters, which in a double-byte or
-        // UTF-8 code page are more bytes than 256: grow until it fits.
-        std::vector<char> buf(256);
+        // A key name has at most 255 characters; grow in case a system says otherwise.
+        std::vector<wchar_t> buf(256);
         while (true) {
             DWORD size = static_cast<DWORD>(buf.size());
-            LONG r = RegEnumKeyExA(key_.get(), index, buf.data(), &size, nullptr, nullptr, nullptr, nullptr);
-            if (r == ERROR_SUCCESS) name.assign(buf.data(), size);
+            LONG r = RegEnumKeyExW(key_.get(), index, buf.data(), &size, nullptr, nullptr, nullptr, nullptr);
+            if (r == ERROR_SUCCESS) name = toAnsi(std::wstring_view(buf.data(), size));
             if (r != ERROR_MORE_DATA || buf.size() >= 4096) return r;
             buf.resize(buf.size() * 2);
         }

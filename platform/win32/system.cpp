@@ -126,7 +126,12 @@ public:
         std::wstring out(in.size(), L'\0');
         const int n = LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, in.data(), static_cast<int>(in.size()),
                                     out.data(), static_cast<int>(out.size()), nullptr, nullptr, 0);
-        if (n != static_cast<int>(in.size())) return std::u16string(text);
+        if (n != static_cast<int>(in.size())) {
+            std::u16string ascii(text);  // never seen; ASCII at least
+            for (char16_t& u : ascii)
+                if (u >= u'a' && u <= u'z') u = static_cast<char16_t>(u - u'a' + u'A');
+            return ascii;
+        }
         return std::u16string(out.begin(), out.end());
     }
 

@@ -237,3 +237,25 @@ TEST(SimRegistry, Regedit4FilesKeepAnsiText) {
     ASSERT_EQ(open(m->registry(), Hive::CurrentUser, "a")->queryValue("p", v), 0);
     EXPECT_EQ(v.data, bytes(std::string_view("%X%\0", 4)));
 }
+
+// The file is UTF-8: a letter the machine's code page lacks is '?' to the
+// program, a letter it has is its byte. A file in ANSI is read in the code
+// page, opened by its names, and written back in UTF-8.
+TEST(SimRegistry, TextIsUtf8InTheFileAndTheCodePageToTheProgram) {
+    SimFolder f;
+    f.write("registry.reg", kHeader + "[HKEY_CURRENT_USER\\A]\r\n\"V\"=\"a\xEF\xBC\x8F" "b \xC3\xA9\"\r\n\r\n");
+    {
+        auto m = f.open();
+        RegValue v;
+        ASSERT_EQ(open(m->registry(), Hive::CurrentUser, "A")->queryValue("V", v), 0);
+        EXPECT_EQ(v.data, sz("a?b \xE9"));
+    }
+    f.write("registry.reg", "REGEDIT4\r\n\r\n[HKEY_CURRENT_USER\\\xC9t\xE9]\r\n\"Caf\xE9\"=\"\xE0\"\r\n\r\n");
+    auto m = f.open();
+    auto key = open(m->registry(), Hive::CurrentUser, "\xC9T\xC9");
+    RegValue v;
+    ASSERT_EQ(key->queryValue("CAF\xC9", v), 0);
+    EXPECT_EQ(v.data, sz("\xE0"));
+    ASSERT_EQ(key->setValue("N", RegValue::dword(1)), 0);
+    EXPECT_NE(f.read("registry.reg").find("[HKEY_CURRENT_USER\\\xC3\x89t\xC3\xA9]"), std::string::npos);
+}

@@ -11,6 +11,7 @@
 
 #include "platform/errors.h"
 #include "platform/win32/ansi.h"
+#include "platform/win32/bindings.h"
 #include "platform/win32/com.h"
 #include "platform/win32/handles.h"
 #include "platform/win32/win32_host.h"
@@ -267,3 +268,42 @@ TEST(Win32Maker, TheLengthNeverReachesPastTheText) {
 }
 
 }  // namespace
+
+// The system's A calls would hand the program look-alikes ('/' for a
+// full-width solidus, 'A' for 'Ā'); the binding reads these texts wide and
+// gives '?', as the simulated machine does.
+TEST(Win32Text, RegistryAndFileNamesOutsideTheCodePageAreQuestionMarks) {
+    const std::wstring path = L"Software\\KPMWin32Test\\LookAlike";
+    HKEY raw = nullptr, sub = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                                             &raw, nullptr));
+    const wchar_t text[] = L"a\uFF0Fb \u0100 \u00E9";
+    RegSetValueExW(raw, L"V", 0, REG_SZ, reinterpret_cast<const BYTE*>(text), sizeof text);
+    RegCreateKeyExW(raw, L"\uFF3Cx", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &sub, nullptr);
+    RegCloseKey(sub);
+    RegCloseKey(raw);
+    auto registry = newRegistry();
+    std::unique_ptr<RegKey> key;
+    ASSERT_EQ(ERROR_SUCCESS, registry->openKey(Hive::CurrentUser, "Software\\KPMWin32Test\\LookAlike", regaccess::Read,
+                                               RegView::Default, key));
+    RegValue v;
+    ASSERT_EQ(ERROR_SUCCESS, key->queryValue("V", v));
+    EXPECT_EQ("a?b ? \xE9", v.text());
+    std::string name;
+    ASSERT_EQ(ERROR_SUCCESS, key->enumSubKey(0, name));
+    EXPECT_EQ("?x", name);
+    RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\KPMWin32Test");
+
+    char temp[MAX_PATH];
+    GetTempPathA(MAX_PATH, temp);
+    const std::string folder = std::string(temp) + "kpm-look-alike";
+    CreateDirectoryA(folder.c_str(), nullptr);
+    UniqueFile file(CreateFileW((toWide(folder) + L"\\a\uFF0Fb.txt").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(file);
+    file.reset();
+    auto files = newFileSystem();
+    EXPECT_EQ(std::vector<std::string>{"a?b.txt"}, files->listFiles(folder));
+    files->deleteFolder(folder);  // the entry goes too, though no ANSI name opens it
+    EXPECT_FALSE(files->folderExists(folder));
+}
