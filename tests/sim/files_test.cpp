@@ -148,6 +148,7 @@ TEST(SimFiles, GetShortPathName) {
     SimFolder f;
     f.write("drives/C/Program Files/VORN Agent/KPMDwld.exe", "");
     f.write("drives/C/Program Files (x86)/x", "");
+    f.write("drives/C/\xC3\x89t\xC3\xA9.ini", "");  // UTF-8 in the folder
     auto m = f.open();
     auto& fs = m->files();
     struct Case {
@@ -158,6 +159,7 @@ TEST(SimFiles, GetShortPathName) {
         {"c:\\program files (x86)\\", "c:\\PROGRA~2\\"},
         {"C:\\Program Files\\vorn agent\\kpmdwld.EXE", "C:\\PROGRA~1\\VORNAG~1\\kpmdwld.EXE"},
         {"C:\\", "C:\\"},
+        {"C:\\\xC9t\xE9.ini", "C:\\\xC9t\xE9.ini"},  // a short name outside ASCII, in the code page
     };
     for (const auto& c : cases) {
         std::string buffer(260, '\0');

@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "platform/sim/sim_clock.h"
+#include "platform/sim/sim_code_page.h"
 #include "sim/sim_folder.h"
 
 using platform::DateTime;
@@ -160,4 +161,19 @@ TEST(SimMachineClock, GeneralDateFollowsTheLocale) {
         SimFolder f(std::string(simtest::kMinimalIni) + "[Locale]\r\n" + c.locale);
         EXPECT_EQ(f.open()->clock().generalDate(c.t), c.text) << c.locale;
     }
+}
+
+// 1255 and 1258 letters that an accent may follow: the C library holds them
+// back until the text ends, and each must still read as its own letter.
+TEST(SimMachineSystem, CodePagesWithCombiningAccentsReadEveryLetter) {
+    struct Row {
+        uint32_t codePage;
+        std::string ansi;
+        std::u16string wide;
+    } rows[] = {
+        {1255, "\xE0\xFA", u"\u05D0\u05EA"},  // Hebrew alef, tav
+        {1258, "a\xFD", u"a\u01B0"},          // Vietnamese u with horn
+        {1253, "\xD9", u"\u03A9"},
+    };
+    for (const auto& r : rows) EXPECT_EQ(r.wide, platform::sim::CodePage(r.codePage).toUtf16(r.ansi)) << r.codePage;
 }
