@@ -72,6 +72,8 @@ TEST_F(Text, XmlFilesAreReadInTheEncodingTheyDeclare) {
         {"ISO-8859-1", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>\xE9</a>", "\xE9"},
         {"windows-1252", "<?xml version=\"1.0\" encoding=\"windows-1252\"?><a>\x80</a>", "\x80"},
         {"byte order mark", "\xEF\xBB\xBF<a>\xC3\xA9</a>", "\xE9"},
+        {"UTF-16, little-endian", std::string("\xFF\xFE<\0a\0>\0\xE9\0<\0/\0a\0>\0", 18), "\xE9"},
+        {"UTF-16, big-endian", std::string("\xFE\xFF\0<\0a\0>\0\xE9\0<\0/\0a\0>", 18), "\xE9"},
         {"not UTF-8", "<?xml version=\"1.0\" encoding=\"UTF-8\"?><a>\xE9</a>", "(refused)"},
     };
     for (const auto& r : rows) EXPECT_EQ(r.text, loadedText(r.bytes)) << r.what;

@@ -202,17 +202,4 @@ TEST_F(XmlDom, LoadIsSynchronousOnlyWhenAsyncIsFalse) {
     EXPECT_EQ(doc.call("getElementsByTagName", "b").toObject().get("length").toLong(), 1);
 }
 
-// A file that starts with a UTF-16 byte order mark, either way round, is read
-// as UTF-16; the program gets its code page's text.
-TEST_F(XmlDom, Utf16FilesByTheirByteOrderMark) {
-    doc.put("async", false);
-    const std::string files[] = {std::string("\xFF\xFE<\0a\0>\0\xE9\0<\0/\0a\0>\0", 18),
-                                 std::string("\xFE\xFF\0<\0a\0>\0\xE9\0<\0/\0a\0>", 18)};
-    for (const auto& bytes : files) {
-        machine.writeFile("C:\\u.xml", bytes);
-        ASSERT_TRUE(doc.call("load", "C:\\u.xml").toBool());
-        EXPECT_EQ(doc.obj("documentElement").get("text").toString(), "\xE9");
-    }
-}
-
 }  // namespace
