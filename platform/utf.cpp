@@ -41,9 +41,11 @@ std::string utf8FromUtf16(std::u16string_view text) {
     return out;
 }
 
-bool utf16FromUtf8(std::string_view text, std::u16string& out) {
-    out.clear();
-    out.reserve(text.size());
+namespace {
+
+// Each character of well-formed UTF-8 to `put`; false at the first flaw.
+template <class Put>
+bool decodeUtf8(std::string_view text, Put put) {
     for (size_t i = 0; i < text.size();) {
         const unsigned char b = static_cast<unsigned char>(text[i]);
         size_t more = 0;
@@ -60,15 +62,29 @@ bool utf16FromUtf8(std::string_view text, std::u16string& out) {
             c = (c << 6) | (t & 0x3F);
         }
         if (c < least || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return false;
+        put(c);
+        i += more + 1;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool utf16FromUtf8(std::string_view text, std::u16string& out) {
+    out.clear();
+    out.reserve(text.size());
+    return decodeUtf8(text, [&out](char32_t c) {
         if (c >= 0x10000) {
             out += static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
             out += static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
         } else {
             out += static_cast<char16_t>(c);
         }
-        i += more + 1;
-    }
-    return true;
+    });
+}
+
+bool isUtf8(std::string_view text) {
+    return decodeUtf8(text, [](char32_t) {});
 }
 
 }  // namespace platform

@@ -12,5 +12,7 @@ std::string utf8FromUtf16(std::u16string_view text);
 // False (and `out` unspecified) when the bytes are not well-formed UTF-8:
 // overlong forms, surrogates and code points past U+10FFFF included.
 bool utf16FromUtf8(std::string_view text, std::u16string& out);
+// The same test, nothing converted.
+bool isUtf8(std::string_view text);
 
 }  // namespace platform

@@ -56,6 +56,7 @@ public:
     double toOleDate() const;
     Object toObject() const;
     std::shared_ptr<Dispatch> dispatch() const;  // null when not an object
+    const std::string* text() const { return std::get_if<std::string>(&value_); }  // null when not a string
 
 private:
     std::variant<std::monostate, NullTag, bool, int64_t, double, DateTag, std::string,

@@ -43,6 +43,12 @@ locale_t unicodeLocale() {
 
 bool isSurrogate(char16_t u) { return u >= 0xD800 && u <= 0xDFFF; }
 
+bool isAscii(std::string_view s) {
+    for (char c : s)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
+
 }  // namespace
 
 CodePage::CodePage() : CodePage(1252) {}
@@ -95,9 +101,15 @@ std::string CodePage::toAnsi(std::u16string_view text) const {
     return out;
 }
 
-std::string CodePage::toUtf8(std::string_view ansi) const { return utf8FromUtf16(toUtf16(ansi)); }
+// Nearly every text is ASCII, the same in UTF-8 and every code page: the
+// registry scan of a pass converts thousands of them.
+std::string CodePage::toUtf8(std::string_view ansi) const {
+    if (isAscii(ansi)) return std::string(ansi);
+    return utf8FromUtf16(toUtf16(ansi));
+}
 
 std::string CodePage::fromUtf8(std::string_view utf8) const {
+    if (isAscii(utf8)) return std::string(utf8);
     std::u16string wide;
     return utf16FromUtf8(utf8, wide) ? toAnsi(wide) : std::string(utf8);
 }
@@ -116,7 +128,7 @@ std::u16string CodePage::upcase(std::u16string_view text) {
 
 std::string CodePage::upcaseUtf8(std::string_view text) {
     std::u16string wide;
-    if (!utf16FromUtf8(text, wide)) {
+    if (isAscii(text) || !utf16FromUtf8(text, wide)) {
         std::string out(text);
         for (char& c : out)
             if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');

@@ -78,12 +78,20 @@ std::vector<uint8_t> toUtf16(const std::vector<uint8_t>& in) {
 
 // Key and value names compare as Windows compares them, case not counting
 // in any script; most are ASCII and need no more than toupper.
-std::string upperName(std::string_view utf8) {
-    std::string out(utf8);
-    for (char& c : out) {
-        if (static_cast<unsigned char>(c) >= 0x80) return CodePage::upcaseUtf8(utf8);
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+void appendUpper(std::string& out, std::string_view utf8) {
+    const size_t at = out.size();
+    for (char c : utf8) {
+        if (static_cast<unsigned char>(c) >= 0x80) {
+            out.resize(at);
+            out += CodePage::upcaseUtf8(utf8);
+            return;
+        }
+        out += c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
     }
+}
+std::string upperName(std::string_view utf8) {
+    std::string out;
+    appendUpper(out, utf8);
     return out;
 }
 bool isAscii(std::string_view s) {
@@ -98,8 +106,7 @@ bool sameName(std::string_view a, std::string_view b) {
 // written back, it is UTF-8.
 std::string asUtf8(const std::string& text, const CodePage& codePage) {
     const bool utf16 = text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0;  // refused by the reader
-    std::u16string check;
-    return utf16 || utf16FromUtf8(text, check) ? text : codePage.toUtf8(text);
+    return utf16 || isUtf8(text) ? text : codePage.toUtf8(text);
 }
 
 std::vector<uint8_t> bytesOf(const std::string& s) { return std::vector<uint8_t>(s.begin(), s.end()); }
@@ -311,7 +318,7 @@ std::string RegDocument::indexName(Hive hive, const std::vector<std::string>& pa
     std::string name = std::to_string(static_cast<int>(hive));
     for (size_t i = 0; i < count; ++i) {
         name += '\\';
-        name += upperName(path[i]);
+        appendUpper(name, path[i]);
     }
     return name;
 }

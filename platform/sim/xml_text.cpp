@@ -10,6 +10,12 @@ namespace platform::sim {
 
 namespace {
 
+bool isAscii(const std::string& s) {
+    for (char c : s)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
+
 std::string lower(std::string s) {
     for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return s;
@@ -61,10 +67,17 @@ public:
 
     Variant invoke(std::string_view member, CallKind kind, std::span<Arg> args) override {
         const bool fileName = iequals(member, "load");
+        auto converts = [&](size_t i) {
+            const std::string* text = args[i].value.text();
+            return text && !(fileName && i == 0) && !isAscii(*text);
+        };
+        // Nearly every argument is ASCII: passed on as it is, nothing copied.
+        bool any = false;
+        for (size_t i = 0; i < args.size() && !any; ++i) any = converts(i);
+        if (!any) return outward(inner_->invoke(member, kind, args));
         std::vector<Arg> in(args.begin(), args.end());
         for (size_t i = 0; i < in.size(); ++i)
-            if (in[i].value.type() == Variant::Type::String && !(fileName && i == 0))
-                in[i].value = Variant(codePage_.toUtf8(in[i].value.toString()));
+            if (converts(i)) in[i].value = Variant(codePage_.toUtf8(*args[i].value.text()));
         return outward(inner_->invoke(member, kind, in));
     }
 
@@ -76,7 +89,7 @@ public:
 
 private:
     Variant outward(Variant v) const {
-        if (v.type() == Variant::Type::String) return Variant(codePage_.fromUtf8(v.toString()));
+        if (const std::string* text = v.text()) return isAscii(*text) ? v : Variant(codePage_.fromUtf8(*text));
         if (auto d = v.dispatch()) return Variant(std::shared_ptr<Dispatch>(std::make_shared<AnsiText>(d, codePage_)));
         return v;
     }
@@ -118,8 +131,7 @@ bool decodeXmlBytes(const std::string& bytes, std::string& utf8, std::string& re
             return false;
         }
     }
-    std::u16string check;
-    if (!utf16FromUtf8(utf8, check)) {
+    if (!isUtf8(utf8)) {
         reason = "An invalid character was found in text content.";
         return false;
     }
