@@ -83,6 +83,12 @@ bool utf16FromUtf8(std::string_view text, std::u16string& out) {
     });
 }
 
+bool isAscii(std::string_view text) {
+    for (char c : text)
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    return true;
+}
+
 bool isUtf8(std::string_view text) {
     return decodeUtf8(text, [](char32_t) {});
 }

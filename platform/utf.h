@@ -14,5 +14,8 @@ std::string utf8FromUtf16(std::u16string_view text);
 bool utf16FromUtf8(std::string_view text, std::u16string& out);
 // The same test, nothing converted.
 bool isUtf8(std::string_view text);
+// Bytes below 0x80 only: the same text in UTF-8 and in every ANSI code page,
+// which most names and values are, so no conversion is needed.
+bool isAscii(std::string_view text);
 
 }  // namespace platform

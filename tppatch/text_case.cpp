@@ -9,10 +9,6 @@ namespace kpm {
 
 namespace {
 
-bool isAscii(std::string_view s) {
-    return std::all_of(s.begin(), s.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
 // ASCII reads the same in every ANSI code page and most names are ASCII:
 // they need no call to the system. Without a machine (tests of the rules
 // alone), bytes stand for characters.
@@ -25,7 +21,7 @@ std::u16string asciiWide(std::string_view s) {
 }  // namespace
 
 std::u16string WideText(std::string_view ansi) {
-    if (isAscii(ansi) || !platform::hasHost()) return asciiWide(ansi);
+    if (platform::isAscii(ansi) || !platform::hasHost()) return asciiWide(ansi);
     return platform::sys().toUtf16(ansi);
 }
 
@@ -39,7 +35,7 @@ std::u16string Folded(std::u16string_view wide) {
 }
 
 std::string Utf8Text(std::string_view ansi) {
-    if (isAscii(ansi)) return std::string(ansi);
+    if (platform::isAscii(ansi)) return std::string(ansi);
     return platform::utf8FromUtf16(WideText(ansi));
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/utf.h"
 #include "tppatch/text_case.h"
 #include "tppatch/version.h"
 
@@ -17,12 +18,6 @@ size_t unitsAt(std::u16string_view s, size_t at) {
     return pair ? 2 : 1;
 }
 size_t unitsAt(std::string_view, size_t) { return 1; }
-
-bool isAscii(std::string_view s) {
-    for (char c : s)
-        if (static_cast<unsigned char>(c) >= 0x80) return false;
-    return true;
-}
 
 char asciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
@@ -68,13 +63,13 @@ constexpr size_t kLongestExtracted = 256;
 
 bool WildcardMatch(std::string_view pattern, std::string_view text) {
     // Most names are ASCII: compared as they are, nothing converted.
-    if (isAscii(pattern) && isAscii(text))
+    if (platform::isAscii(pattern) && platform::isAscii(text))
         return matchWith(pattern, text, [](char a, char b) { return asciiUpper(a) == asciiUpper(b); });
     return matchFolded(FoldedText(pattern), FoldedText(text));
 }
 
 bool WildcardEquals(std::string_view a, std::string_view b) {
-    if (isAscii(a) && isAscii(b))
+    if (platform::isAscii(a) && platform::isAscii(b))
         return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return asciiUpper(x) == asciiUpper(y); });
     return FoldedText(a) == FoldedText(b);
 }

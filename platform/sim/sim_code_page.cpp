@@ -43,12 +43,6 @@ locale_t unicodeLocale() {
 
 bool isSurrogate(char16_t u) { return u >= 0xD800 && u <= 0xDFFF; }
 
-bool isAscii(std::string_view s) {
-    for (char c : s)
-        if (static_cast<unsigned char>(c) >= 0x80) return false;
-    return true;
-}
-
 }  // namespace
 
 CodePage::CodePage() : CodePage(1252) {}

@@ -94,9 +94,6 @@ std::string upperName(std::string_view utf8) {
     appendUpper(out, utf8);
     return out;
 }
-bool isAscii(std::string_view s) {
-    return std::all_of(s.begin(), s.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
 bool sameName(std::string_view a, std::string_view b) {
     if (iequals(a, b)) return true;
     return !(isAscii(a) && isAscii(b)) && upperName(a) == upperName(b);
